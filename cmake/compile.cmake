@@ -1,0 +1,22 @@
+# What every target is compiled with, and the warnings that are errors in our own code.
+
+if(QN_I386)
+  add_compile_options(-m32)
+  add_link_options(-m32)
+endif()
+if(QN_SANITIZE)
+  add_compile_options(-fsanitize=${QN_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${QN_SANITIZE})
+endif()
+
+add_library(qn_warnings INTERFACE)
+target_compile_options(qn_warnings INTERFACE
+  -Wall -Wextra -Wpedantic -Werror -Wconversion -Wsign-conversion -Wshadow -Wcast-qual -Wcast-align
+  -Wformat=2 -Wundef -Wredundant-decls -Wmissing-declarations -Wimplicit-fallthrough -Wvla
+  -Wdouble-promotion -Wwrite-strings
+  $<$<CXX_COMPILER_ID:GNU>:-Wduplicated-cond -Wduplicated-branches -Wlogical-op>)
+
+if(QN_CLANG_TIDY)
+  find_program(QN_CLANG_TIDY_PROGRAM clang-tidy REQUIRED)
+  set(CMAKE_CXX_CLANG_TIDY ${QN_CLANG_TIDY_PROGRAM} --quiet)
+endif()
