@@ -1,0 +1,3 @@
+#include "log.h"
+
+const char *const msgPri[] = {"  ", "M ", "* ", "**", "*C", nullptr};
