@@ -1,0 +1,32 @@
+#include "report.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+static const char *toolName = "tool";
+
+void setToolName(const char *name) {
+    toolName = name;
+}
+
+void reportError(const std::string &file, size_t line, const std::string &what) {
+    std::string where;
+    if (!file.empty())
+        where = line == 0 ? file + ": " : file + ":" + std::to_string(line) + ": ";
+    // In one call, so that the lines of several processes on one terminal do not mix.
+    fprintf(stderr, "%s: %s%s\n", toolName, where.c_str(), what.c_str());
+}
+
+void reportError(const std::string &what) {
+    reportError("", 0, what);
+}
+
+WorkFailed systemFailure(const std::string &what, int errorNumber) {
+    return WorkFailed(what + ": " + strerror(errorNumber));
+}
+
+std::string defaultLogRoot() {
+    const char *root = getenv("LOGROOT");
+    return root != nullptr ? root : "/usr/spool/log";
+}
