@@ -1,0 +1,591 @@
+#include "clock.h"
+
+#include "../buffers/charBuffer.h"
+#include "../buffers/fmtCharBuf.h"
+#include "clockState.h"
+
+#include <errno.h>
+#include <stddef.h>
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
+
+static_assert(offsetof(Callout, next) == 0, "a record is an item of both lists");
+static_assert(sizeof(void *) != 4 ||
+              (offsetof(Callout, increment) == 4 && offsetof(Callout, ID) == 8 &&
+               offsetof(Callout, argument) == 12 && offsetof(Callout, function) == 16 &&
+               sizeof(Callout) == 20));
+
+Callout *callouts;
+int32_t maxcallouts;
+ListHeader activeCallouts, freeCallouts;
+HoldInfo holdInfo;
+pthread_mutex_t clkAccessLock = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
+
+ForeignAlarm foreignAlarm;
+uint32_t clkHandlerInstalled;
+
+static uint32_t nextCalloutId;
+
+static constexpr char LOOP[] = "Loop In Clock CallOut List!!";
+static constexpr char MANGLED[] = "Clock CallOut List Mangled!!";
+
+// Where a walk along the active list reports what it finds broken. The names and lines are kept:
+// they are how a dump in the field tells which walk it was.
+struct WalkSite {
+    const char *name;
+    int32_t loopLine;
+    int32_t mangledLine;
+};
+
+static constexpr WalkSite HANDLER_FIRST = {"clk", 246, 251};
+static constexpr WalkSite HANDLER_NEXT = {"clk", 273, 279};
+static constexpr WalkSite QUEUE_FIRST = {"queueTimeout", 756, 768};
+static constexpr WalkSite QUEUE_PLACE = {"queueTimeout", 797, 807};
+static constexpr int32_t REMOVE_LOOP_LINE = 1077;
+static constexpr int32_t REMOVE_MANGLED_LINE = 1083;
+static constexpr WalkSite CATCHUP = {"clkCatchup", 1327, 1327};
+
+// --- The lock ---
+
+/* The mutex lets its owner in again, but while a thread is inside the mutex's own code, becoming
+   the owner or ceasing to be, an entry from the signal handler would wait for that same thread. An
+   alarm that arrives just then is put off until the thread is through. */
+struct LockTransit {
+    volatile sig_atomic_t underWay;
+    volatile sig_atomic_t alarmPutOff;
+};
+static thread_local LockTransit transit __attribute__((tls_model("initial-exec")));
+
+static void endTransit() {
+    transit.underWay = 0;
+    if (transit.alarmPutOff != 0) {
+        transit.alarmPutOff = 0;
+        kill(getpid(), SIGALRM);
+    }
+}
+
+void lockClock() {
+    transit.underWay = 1;
+    pthread_mutex_lock(&clkAccessLock);
+    endTransit();
+}
+
+void unlockClock() {
+    transit.underWay = 1;
+    pthread_mutex_unlock(&clkAccessLock);
+    endTransit();
+}
+
+// --- Walking the active list ---
+
+static Callout *asCallout(ListItem *link) {
+    return reinterpret_cast<Callout *>(link);
+}
+
+static ListItem *asItem(Callout *callout) {
+    return reinterpret_cast<ListItem *>(callout);
+}
+
+static ListItem *firstActive() {
+    return activeCallouts.head == nullptr ? LIST_END : activeCallouts.head;
+}
+
+static bool isRecordOf(const Callout *table, int32_t count, const ListItem *link) {
+    const uintptr_t start = reinterpret_cast<uintptr_t>(table);
+    const uintptr_t address = reinterpret_cast<uintptr_t>(link);
+    return table != nullptr && address >= start &&
+           address - start < static_cast<uintptr_t>(count) * sizeof(Callout) &&
+           (address - start) % sizeof(Callout) == 0;
+}
+
+bool isInTable(const ListItem *link) {
+    return isRecordOf(callouts, maxcallouts, link);
+}
+
+static Callout *recordAt(ListItem *link, const WalkSite &site) {
+    if (!isInTable(link))
+        clkPanic(MANGLED, site.name, site.mangledLine);
+    return asCallout(link);
+}
+
+// The first record from the link on that is not due; null if there is none.
+static Callout *firstTimed(ListItem *link, const WalkSite &site) {
+    for (int32_t steps = 0; link != LIST_END; link = asCallout(link)->next) {
+        Callout *callout = recordAt(link, site);
+        if (callout->increment != 0)
+            return callout;
+        if (++steps > activeCallouts.count)
+            clkPanic(LOOP, site.name, site.loopLine);
+    }
+    return nullptr;
+}
+
+void resynchroniseFirst(uint32_t secondsLeft) {
+    Callout *timed = firstTimed(firstActive(), CATCHUP);
+    if (timed != nullptr && timed->increment > secondsLeft)
+        timed->increment = secondsLeft;
+}
+
+// --- Sharing SIGALRM with the application ---
+
+static void deliverOverdue(SignalHandler handler) {
+    if (handler == SIG_DFL)
+        kill(getpid(), SIGALRM);
+    else if (handler != SIG_IGN)
+        handler(SIGALRM);
+}
+
+static void restoreForeignAlarm() {
+    ClockLock lock;
+    const ForeignAlarm foreign = foreignAlarm;
+    sigset(SIGALRM, foreign.handler);
+    if (foreign.handler != clkAlarmHandler)
+        clkHandlerInstalled = 0;
+    if (foreign.secondsLeft == 0)
+        return;
+    foreignAlarm = {};
+    const uint32_t secondsLeft =
+        subtractToZero(foreign.secondsLeft, secondsSince(foreign.captureTime));
+    if (secondsLeft != 0)
+        alarm(secondsLeft);
+    else
+        deliverOverdue(foreign.handler);
+}
+
+// For an active list that has run empty. A hold keeps SIGALRM the clock's: callouts may be queued
+// during it without taking the signal over. A callout that emptied the list itself has given the
+// signal back already; what was kept of the application's is gone then.
+static void giveBackSigalrm() {
+    if (!clockIsHeld() && clkHandlerInstalled == 1)
+        restoreForeignAlarm();
+}
+
+[[noreturn]] static void reportMixing(SignalHandler replaced) {
+    CharBuffer *message = mkCharBuffer(0);
+    fmtCharBuffer(message,
+                  "Application is mixing alarm()/sig*(SIGALRM...) calls with\n"
+                  "sleep()/clkTimeout()/clkKillTimeout() calls in an incompatible fashion.  At\n"
+                  "least one callout remained in the callout table when the application\n"
+                  "took SIGALRM away from clk().  See \"clock(3x)\" manual page.\n"
+                  "Improper SIGALRM handler: 0x%lx\n",
+                  reinterpret_cast<unsigned long>(replaced));
+    clkPanic(message == nullptr ? nullptr : message->text, "setAlarmHdlr", 625);
+}
+
+uint32_t setAlarmHdlr() {
+    ClockLock lock;
+    if (maxcallouts < 1)
+        clkinit(DEFAULT_CALLOUTS);
+    // Unblocked first: a signal that was pending reaches the handler it was meant for, which may
+    // arm the alarm anew, and sigset tells the disposition, which it hides while it is blocked.
+    sigrelse(SIGALRM);
+    const uint32_t secondsLeft = alarm(0);
+    const SignalHandler replaced = sigset(SIGALRM, clkAlarmHandler);
+    clkHandlerInstalled = 1;
+    if (replaced != clkAlarmHandler && replaced != SIG_HOLD) {
+        if (activeCallouts.head != nullptr)
+            reportMixing(replaced);
+        foreignAlarm = {replaced, secondsLeft, timeNow()};
+    }
+    return secondsLeft;
+}
+
+// --- The table ---
+
+// Puts every record of the cleared table on the free list, in table order.
+static void freeWholeTable() {
+    // The spare record beyond the last may be read by a dump.
+    memset(callouts, 0, (static_cast<size_t>(maxcallouts) + 1) * sizeof(Callout));
+    activeCallouts = {};
+    freeCallouts = {};
+    for (int32_t i = 0; i < maxcallouts; ++i)
+        freeItem(&freeCallouts, asItem(&callouts[i]));
+}
+
+// Copies the list of the old table into the new one. False if not all of it could be.
+static bool moveCallouts(const Callout *oldTable, int32_t oldCount, ListItem *link) {
+    if (link == nullptr)
+        return true;
+    for (; link != LIST_END; link = asCallout(link)->next) {
+        ListItem *item = isRecordOf(oldTable, oldCount, link) ? getItem(&freeCallouts) : nullptr;
+        if (item == nullptr)
+            return false;
+        // Kept: the ID is not copied. Who grows the table cancels by function and argument.
+        asCallout(item)->increment = asCallout(link)->increment;
+        asCallout(item)->argument = asCallout(link)->argument;
+        asCallout(item)->function = asCallout(link)->function;
+        freeItem(&activeCallouts, item);
+    }
+    return true;
+}
+
+// Stops the alarm and blocks SIGALRM for the growth; returns the seconds the alarm had left.
+static uint32_t stopForGrowth() {
+    if (!clockIsHeld())
+        sigrelse(SIGALRM); // as in setAlarmHdlr
+    const uint32_t secondsLeft = alarm(0);
+    const SignalHandler replaced = sigset(SIGALRM, SIG_HOLD);
+    if (replaced != clkAlarmHandler && replaced != SIG_HOLD)
+        foreignAlarm = {replaced, secondsLeft, timeNow()};
+    return secondsLeft;
+}
+
+static void resumeAfterGrowth(uint32_t secondsLeft) {
+    if (activeCallouts.head == nullptr && !clockIsHeld()) {
+        restoreForeignAlarm();
+        return;
+    }
+    alarm(secondsLeft);
+    sigset(SIGALRM, clkAlarmHandler);
+    clkHandlerInstalled = 1;
+    if (clockIsHeld())
+        sighold(SIGALRM);
+}
+
+int32_t clkinit(int32_t wanted) {
+    ClockLock lock;
+    const int32_t count = wanted < 1 ? DEFAULT_CALLOUTS : wanted;
+    if (count == maxcallouts)
+        return 0;
+    // Suspensions point into the table that growth would release.
+    if (count < maxcallouts || count > INT16_MAX || clksptr != suspensions)
+        return -1;
+    const uint32_t secondsLeft = stopForGrowth();
+    Callout *oldTable = callouts;
+    const int32_t oldCount = maxcallouts;
+    ListItem *oldActive = activeCallouts.head;
+    callouts = static_cast<Callout *>(malloc((static_cast<size_t>(count) + 1) * sizeof(Callout)));
+    if (callouts == nullptr)
+        return -1; // kept: a clock without memory stays unusable, its old table is not released
+    maxcallouts = count;
+    freeWholeTable();
+    const bool moved = moveCallouts(oldTable, oldCount, oldActive);
+    free(oldTable);
+    resumeAfterGrowth(secondsLeft);
+    return moved ? 0 : -1;
+}
+
+// --- Queueing ---
+
+static void rearmTimeout() {
+    ClockLock lock;
+    ListItem *link = firstActive();
+    for (int32_t steps = 0; steps < maxcallouts && isInTable(link); ++steps) {
+        const uint32_t increment = asCallout(link)->increment;
+        if (increment == 0) {
+            link = asCallout(link)->next;
+            continue;
+        }
+        if (clockIsHeld())
+            holdInfo = {increment, timeNow()}; // kept: the hold's reckoning starts again
+        else
+            alarm(increment);
+        return;
+    }
+}
+
+// A position in the active list, and the seconds that remain when it is reached.
+struct Place {
+    Callout *previous; // null at the head
+    Callout *next;     // null at the end
+    uint32_t delay;
+};
+
+// Behind every record that expires at the same second or earlier.
+static Place findPlace(uint32_t delay) {
+    if (activeCallouts.count < 0)
+        clkPanic(LOOP, QUEUE_PLACE.name, QUEUE_PLACE.loopLine);
+    Place place = {nullptr, nullptr, delay};
+    int32_t steps = 0;
+    for (ListItem *link = firstActive(); link != LIST_END; link = place.previous->next) {
+        Callout *callout = recordAt(link, QUEUE_PLACE);
+        if (callout->increment > place.delay) {
+            place.next = callout;
+            break;
+        }
+        if (++steps > activeCallouts.count)
+            clkPanic(LOOP, QUEUE_PLACE.name, QUEUE_PLACE.loopLine);
+        place.delay -= callout->increment;
+        place.previous = callout;
+    }
+    return place;
+}
+
+static void linkAt(const Place &place, Callout *callout) {
+    callout->increment = place.delay;
+    if (place.next != nullptr)
+        place.next->increment -= place.delay;
+    else
+        activeCallouts.tail = asItem(callout);
+    callout->next = place.next != nullptr ? asItem(place.next) : LIST_END;
+    if (place.previous != nullptr)
+        place.previous->next = asItem(callout);
+    else
+        activeCallouts.head = asItem(callout);
+    ++activeCallouts.count;
+}
+
+static uint32_t takeId() {
+    const uint32_t id = nextCalloutId;
+    nextCalloutId = id == NO_CALLOUT - 1 ? 0 : id + 1;
+    return id;
+}
+
+uint32_t queueTimeout(ClkFunction function, intptr_t argument, uint32_t delay, uint32_t remaining) {
+    ClockLock lock;
+    ListItem *item = getItem(&freeCallouts);
+    if (item == nullptr) {
+        rearmTimeout();
+        // Where suspensions hold every record, the alarm to re-arm is the application's.
+        if (activeCallouts.head == nullptr && callouts != nullptr)
+            giveBackSigalrm();
+        return NO_CALLOUT;
+    }
+    Callout *timed = firstTimed(firstActive(), QUEUE_FIRST);
+    if (timed != nullptr && timed->increment > remaining)
+        timed->increment = remaining;
+    const bool raiseNow = timed != nullptr && remaining == 0;
+
+    Callout *callout = asCallout(item);
+    linkAt(findPlace(delay), callout);
+    callout->ID = takeId();
+    callout->argument = argument;
+    callout->function = function;
+    const uint32_t id = callout->ID; // the record may be another's once the signal is raised
+    if (raiseNow)
+        kill(getpid(), SIGALRM);
+    else
+        rearmTimeout();
+    return id;
+}
+
+uint32_t clkTimeout(ClkFunction function, intptr_t argument, uint32_t seconds) {
+    ClockLock lock;
+    if (clockIsHeld())
+        return queueTimeout(function, argument, seconds, holdInfo.secondsLeft);
+    const uint32_t remaining = setAlarmHdlr();
+    sighold(SIGALRM);
+    const uint32_t id = queueTimeout(function, argument, seconds, remaining);
+    sigrelse(SIGALRM);
+    return id;
+}
+
+// --- Cancelling ---
+
+// What a cancel looks for, and the operation's name for the panic texts.
+struct Wanted {
+    WalkSite site;
+    uint32_t id;
+    ClkFunction function;
+    intptr_t argument;
+};
+using MatchTest = bool (*)(const Callout *callout, const Wanted &wanted);
+
+struct Match {
+    Callout *previous;    // null at the head
+    Callout *callout;     // null: none matched
+    uint64_t secondsLeft; // to its expiry, from when the alarm was last armed
+};
+
+static Match findMatch(MatchTest matches, const Wanted &wanted) {
+    Match match = {nullptr, nullptr, 0};
+    int32_t steps = 0;
+    for (ListItem *link = firstActive(); link != LIST_END; link = match.previous->next) {
+        Callout *callout = recordAt(link, wanted.site);
+        match.secondsLeft += callout->increment;
+        if (matches(callout, wanted)) {
+            match.callout = callout;
+            break;
+        }
+        if (++steps > activeCallouts.count)
+            clkPanic(LOOP, wanted.site.name, wanted.site.loopLine);
+        match.previous = callout;
+    }
+    return match;
+}
+
+static int32_t resultOf(const Match &match) {
+    uint64_t seconds = match.secondsLeft;
+    if (clockIsHeld()) {
+        const uint32_t elapsed = secondsSince(holdInfo.startTime);
+        seconds = seconds > elapsed ? seconds - elapsed : 0;
+    }
+    return seconds > INT32_MAX ? INT32_MAX : static_cast<int32_t>(seconds);
+}
+
+// The seconds that a hold has left are those of the first record that is not due.
+static void adjustHold(bool matchWasFirstTimed, const Callout *successor) {
+    if (activeCallouts.head == nullptr)
+        holdInfo.secondsLeft = 0;
+    else if (matchWasFirstTimed && successor != nullptr && holdInfo.secondsLeft != 0)
+        holdInfo.secondsLeft += successor->increment;
+}
+
+static void unlinkMatch(const Match &match, const Callout *firstTimedRecord, const WalkSite &site) {
+    Callout *callout = match.callout;
+    Callout *successor = callout->next == LIST_END ? nullptr : recordAt(callout->next, site);
+    if (successor == nullptr)
+        activeCallouts.tail = asItem(match.previous);
+    if (match.previous != nullptr)
+        match.previous->next = callout->next;
+    else
+        activeCallouts.head = successor == nullptr ? nullptr : callout->next;
+    --activeCallouts.count;
+    if (clockIsHeld())
+        adjustHold(callout == firstTimedRecord, successor);
+    if (successor != nullptr)
+        successor->increment += callout->increment;
+    callout->next = nullptr;
+    freeItem(&freeCallouts, asItem(callout));
+}
+
+// Runs the clock on after a cancel; another record was found due, or the first timed is next.
+static void resumeAfterRemoval(bool otherIsDue, const WalkSite &site) {
+    const Callout *timed = otherIsDue ? nullptr : firstTimed(firstActive(), site);
+    if (otherIsDue)
+        kill(getpid(), SIGALRM);
+    else if (timed != nullptr)
+        alarm(timed->increment);
+    // An alarm that expired since it was blocked is for the clock's handler; the application's, or
+    // the default action, which ends the process, must not get it.
+    sigrelse(SIGALRM);
+    if (!otherIsDue && activeCallouts.head == nullptr)
+        giveBackSigalrm();
+}
+
+static int32_t removeTimeout(MatchTest matches, const Wanted &wanted) {
+    ClockLock lock;
+    const bool held = clockIsHeld();
+    if (!held)
+        sighold(SIGALRM);
+    const uint32_t secondsLeft = held ? holdInfo.secondsLeft : alarm(0);
+    if (activeCallouts.head == nullptr) {
+        if (!held) {
+            alarm(secondsLeft); // the application's own: the clock has none to wait for
+            sigrelse(SIGALRM);
+        }
+        return -1;
+    }
+    Callout *timed = firstTimed(firstActive(), wanted.site);
+    if (timed != nullptr)
+        timed->increment = secondsLeft;
+    const Match match = findMatch(matches, wanted);
+    int32_t result = -1;
+    if (match.callout != nullptr) {
+        result = resultOf(match);
+        unlinkMatch(match, timed, wanted.site);
+    }
+    if (!held)
+        resumeAfterRemoval(timed != nullptr && timed != match.callout && secondsLeft == 0,
+                           wanted.site);
+    return result;
+}
+
+static bool matchesId(const Callout *callout, const Wanted &wanted) {
+    return callout->ID == wanted.id;
+}
+
+static bool matchesCall(const Callout *callout, const Wanted &wanted) {
+    return callout->function == wanted.function && callout->argument == wanted.argument;
+}
+
+int32_t clkUntimeout(uint32_t id) {
+    const Wanted wanted = {{"clkUntimeout", REMOVE_LOOP_LINE, REMOVE_MANGLED_LINE}, id, nullptr, 0};
+    return removeTimeout(matchesId, wanted);
+}
+
+int32_t clkKillTimeout(ClkFunction function, intptr_t argument) {
+    const Wanted wanted = {
+        {"clkKillTimeout", REMOVE_LOOP_LINE, REMOVE_MANGLED_LINE}, 0, function, argument};
+    return removeTimeout(matchesCall, wanted);
+}
+
+// --- Expiry ---
+
+// The first timed record has come due: arms the alarm for the next.
+static void armForNext(Callout *first) {
+    const Callout *next = firstTimed(asItem(first), HANDLER_NEXT);
+    if (next == nullptr)
+        return;
+    const uint32_t pending = alarm(next->increment);
+    if (pending != 0)
+        alarm(pending);
+}
+
+static void callWithSignal(const Callout &due) {
+    if (due.function == CLK_NO_FUNCTION || due.function == nullptr)
+        return;
+    sigrelse(SIGALRM);
+    due.function(due.argument, due.ID);
+    sighold(SIGALRM);
+}
+
+static void runDue() {
+    while (activeCallouts.head != nullptr &&
+           recordAt(activeCallouts.head, HANDLER_FIRST)->increment == 0) {
+        Callout *callout = asCallout(getItem(&activeCallouts));
+        const Callout due = *callout;
+        *callout = {};
+        freeItem(&freeCallouts, asItem(callout));
+        callWithSignal(due); // may change everything, the table itself included
+    }
+}
+
+static void serveAlarm(int signalNumber) {
+    if (activeCallouts.head != nullptr) {
+        Callout *timed = firstTimed(firstActive(), HANDLER_FIRST);
+        if (timed != nullptr) {
+            // Kept: a SIGALRM makes the first timed record due whoever raised it.
+            if (signalNumber == SIGALRM)
+                timed->increment = 0;
+            armForNext(timed);
+        }
+        runDue();
+    }
+    if (activeCallouts.head == nullptr)
+        giveBackSigalrm();
+}
+
+void clkAlarmHandler(int signalNumber) {
+    if (transit.underWay != 0) {
+        transit.alarmPutOff = 1;
+        return;
+    }
+    const int savedErrno = errno;
+    lockClock();
+    // Kept: without a table the lock is not given back; a clock that lost its table is unusable.
+    if (callouts != nullptr) {
+        serveAlarm(signalNumber);
+        unlockClock();
+    }
+    errno = savedErrno;
+}
+
+int32_t clkCatchup(int32_t elapsed) {
+    ClockLock lock;
+    if (elapsed < 1 || !clockIsHeld())
+        return 0;
+    if (activeCallouts.count < 0)
+        clkPanic(LOOP, CATCHUP.name, CATCHUP.loopLine);
+    uint32_t left = static_cast<uint32_t>(elapsed);
+    bool firstPassed = false;
+    int32_t steps = 0;
+    for (ListItem *link = firstActive(); left != 0 && link != LIST_END;
+         link = asCallout(link)->next) {
+        // A stray link is reported as a loop: callers know no other report of this walk.
+        if (!isInTable(link) || ++steps > activeCallouts.count)
+            clkPanic(LOOP, CATCHUP.name, CATCHUP.loopLine);
+        Callout *callout = asCallout(link);
+        if (callout->increment > left) {
+            callout->increment -= left;
+            break;
+        }
+        left -= callout->increment;
+        // The first timed record keeps its seconds: the handler makes it due, on its own alarm.
+        if (firstPassed)
+            callout->increment = 0;
+        firstPassed = firstPassed || callout->increment != 0;
+    }
+    return 1;
+}
