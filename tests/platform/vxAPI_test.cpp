@@ -257,28 +257,54 @@ TEST_F(VxAPI, postsOfManyThreadsAllArrive) {
         thread.join();
 }
 
-TEST_F(VxAPI, threadsGetTheEventsOfTheirOwnChannels) {
-    constexpr int32_t CALLS = 50;
-    chan_info *channels[2] = {vxOpenChannel(), vxOpenChannel()};
+// Two threads, each with a call of its own on a channel of its own.
+TEST_F(VxAPI, eventsOfAnotherThreadsCallAreLeftToThatThread) {
+    chan_info *other = vxOpenChannel();
+    vxDial(channel, 0, "1");
+    vxPostEvent(channel, 11, 1);
+    std::thread second([other] {
+        vxDial(other, 0, "2");
+        vxPostEvent(other, 11, 2);
+        EXPECT_EQ(next(), "11/2");
+    });
+    second.join();
+    EXPECT_EQ(next(), "11/1");
+    vxCloseChannel(other);
+}
+
+TEST_F(VxAPI, postWakesTheThreadItIsForAmongSeveralThatWait) {
+    chan_info *channels[] = {vxOpenChannel(), vxOpenChannel(), vxOpenChannel()};
     std::vector<std::thread> threads;
     for (chan_info *mine : channels)
         threads.emplace_back([mine] {
-            int32_t number = 0;
-            for (int32_t call = 0; call < CALLS; ++call) {
-                vx_event event;
-                vxDial(mine, 0, "1");
-                vxPostEvent(mine, 11, call);
-                vxWCheck(&event);
-                if (number == 0)
-                    number = event.word0;
-                EXPECT_EQ(event.word0, number);
-                EXPECT_EQ(event.subcode, call);
-            }
+            vxDial(mine, 0, "1");
+            EXPECT_EQ(next(), "11/0");
         });
-    for (std::thread &thread : threads)
-        thread.join();
-    vxCloseChannel(channels[0]);
-    vxCloseChannel(channels[1]);
+    usleep(20000); // asleep by then, first come first woken
+    for (size_t index = 3; index-- > 0;) {
+        vxPostEvent(channels[index], 11, 0);
+        threads[index].join();
+        vxCloseChannel(channels[index]);
+    }
+}
+
+TEST_F(VxAPI, noWakingIsLostHoweverPostAndWaitMeet) {
+    constexpr int32_t ROUNDS = 20000;
+    chan_info *other = vxOpenChannel();
+    vxDial(channel, 0, "1");
+    std::thread answerer([this, other] {
+        vxDial(other, 0, "2");
+        for (int32_t round = 0; round < ROUNDS; ++round) {
+            vxPostEvent(channel, 1, round);
+            ASSERT_EQ(next(), "2/" + std::to_string(round));
+        }
+    });
+    for (int32_t round = 0; round < ROUNDS; ++round) {
+        ASSERT_EQ(next(), "1/" + std::to_string(round));
+        vxPostEvent(other, 2, round);
+    }
+    answerer.join();
+    vxCloseChannel(other);
 }
 
 TEST_F(VxAPI, threadThatStartedNothingGetsAnyEvent) {
