@@ -30,26 +30,30 @@ static bool grants(size_t size) {
     return true;
 }
 
-// The next definition may be a sanitizer's: the blocks stay under its eyes.
+// The next definition may be a sanitizer's: the blocks stay under its eyes. Looked up at the first
+// call and not before, which comes ahead of every initialiser.
 template<typename Function>
-static Function next(const char *name) {
-    return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
+static Function lookUp(Function &cached, const char *name) {
+    if (cached == nullptr)
+        cached = reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
+    return cached;
 }
+
+static void *(*nextMalloc)(size_t size);
+static void *(*nextCalloc)(size_t count, size_t size);
+static void *(*nextRealloc)(void *block, size_t size);
 
 extern "C" {
 
 void *malloc(size_t size) {
-    static const auto nextMalloc = next<void *(*)(size_t)>("malloc");
-    return grants(size) ? nextMalloc(size) : nullptr;
+    return grants(size) ? lookUp(nextMalloc, "malloc")(size) : nullptr;
 }
 
 void *calloc(size_t count, size_t size) {
-    static const auto nextCalloc = next<void *(*)(size_t, size_t)>("calloc");
-    return grants(count * size) ? nextCalloc(count, size) : nullptr;
+    return grants(count * size) ? lookUp(nextCalloc, "calloc")(count, size) : nullptr;
 }
 
 void *realloc(void *block, size_t size) {
-    static const auto nextRealloc = next<void *(*)(void *, size_t)>("realloc");
-    return grants(size) ? nextRealloc(block, size) : nullptr;
+    return grants(size) ? lookUp(nextRealloc, "realloc")(block, size) : nullptr;
 }
 }

@@ -1,0 +1,257 @@
+/* Visible renderings: every byte in every mode, then the flags for white space and backspaces, and
+ * what is left when nothing could be rendered. */
+#include "buffers/clearCopy.h"
+#include "buffers/cntlchrs.h"
+
+#include "core/mkcopy.h"
+#include "support/failingAlloc.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+namespace {
+
+std::string rendered(const std::string &bytes, int32_t flags) {
+    char *text = clearCopyBinary(bytes.data(), static_cast<uint32_t>(bytes.size()), flags);
+    const std::string result = text == nullptr ? "(none)" : text;
+    freecopy(text);
+    return result;
+}
+
+std::string renderedByte(int byte, int32_t flags) {
+    return rendered(std::string(1, static_cast<char>(byte)), flags);
+}
+
+TEST(ClearCopy, workedRenderings) {
+    const struct {
+        int byte;
+        const char *texts[8];
+    } rows[] = {
+        {0x01, {"<\\001>", ".", " ", "<001>", "<01>", "<^A>", "<soh>", "<SOH>"}},
+        {0x81, {"<-\\001>", ".", " ", "<201>", "<81>", "<-^A>", "<-soh>", "<-SOH>"}},
+        {0xC1, {"<-A>", ".", " ", "<301>", "<c1>", "<-A>", "<-A>", "<-A>"}},
+        {0xA0, {"<- >", ".", " ", "<240>", "<a0>", "<- >", "<- >", "<- >"}},
+        {0x7F, {"<\\177>", ".", " ", "<177>", "<7f>", "<\x7F>", "<del>", "<DEL>"}},
+        {0xFF, {"<-\\177>", ".", " ", "<377>", "<ff>", "<-\x7F>", "<-del>", "<-DEL>"}},
+        {0x0B, {"<\\v>", ".", " ", "<013>", "<0b>", "<^K>", "<vt>", "<VT>"}},
+        {0x8B, {"<-\\v>", ".", " ", "<213>", "<8b>", "<-^K>", "<-vt>", "<-VT>"}},
+        {0x08, {"<\\b>", ".", " ", "<010>", "<08>", "<^H>", "<bs>", "<BS>"}},
+        {0x88, {"<-\\b>", ".", " ", "<210>", "<88>", "<-^H>", "<-bs>", "<-BS>"}},
+        {0x89, {"<-\\011>", ".", " ", "<211>", "<89>", "<-^I>", "<-ht>", "<-HT>"}},
+        {0x80, {"<-\\000>", ".", " ", "<200>", "<80>", "<-^@>", "<-nul>", "<-NUL>"}},
+        {0x00, {"<\\000>", ".", " ", "<000>", "<00>", "<^@>", "<nul>", "<NUL>"}},
+        {0x11, {"<\\021>", ".", " ", "<021>", "<11>", "<^Q>", "<dcl>", "<DCL>"}},
+        {0x1F, {"<\\037>", ".", " ", "<037>", "<1f>", "<^_>", "<us>", "<US>"}},
+        {0x1C, {"<\\034>", ".", " ", "<034>", "<1c>", "<^\\>", "<fs>", "<FS>"}},
+    };
+    for (const auto &row : rows)
+        for (int mode = 0; mode < 8; ++mode)
+            EXPECT_EQ(renderedByte(row.byte, mode), row.texts[mode])
+                << "byte " << row.byte << " mode " << mode;
+}
+
+TEST(ClearCopy, namesOfAllControlCharacters) {
+    const struct {
+        int byte;
+        const char *upper, *lower;
+    } rows[] = {
+        {CNTL_NUL, "<NUL>", "<nul>"}, {CNTL_SOH, "<SOH>", "<soh>"}, {CNTL_STX, "<STX>", "<stx>"},
+        {CNTL_ETX, "<ETX>", "<etx>"}, {CNTL_EOT, "<EOT>", "<eot>"}, {CNTL_ENQ, "<ENQ>", "<enq>"},
+        {CNTL_ACK, "<ACK>", "<ack>"}, {CNTL_BEL, "<BEL>", "<bel>"}, {CNTL_BS, "<BS>", "<bs>"},
+        {CNTL_HT, "<HT>", "<ht>"},    {CNTL_NL, "<NL>", "<nl>"},    {CNTL_VT, "<VT>", "<vt>"},
+        {CNTL_NP, "<NP>", "<np>"},    {CNTL_CR, "<CR>", "<cr>"},    {CNTL_SO, "<SO>", "<so>"},
+        {CNTL_SI, "<SI>", "<si>"},    {CNTL_DLE, "<DLE>", "<dle>"}, {CNTL_DCL, "<DCL>", "<dcl>"},
+        {CNTL_DC2, "<DC2>", "<dc2>"}, {CNTL_DC3, "<DC3>", "<dc3>"}, {CNTL_DC4, "<DC4>", "<dc4>"},
+        {CNTL_NAK, "<NAK>", "<nak>"}, {CNTL_SYN, "<SYN>", "<syn>"}, {CNTL_ETB, "<ETB>", "<etb>"},
+        {CNTL_CAN, "<CAN>", "<can>"}, {CNTL_EM, "<EM>", "<em>"},    {CNTL_SUB, "<SUB>", "<sub>"},
+        {CNTL_ESC, "<ESC>", "<esc>"}, {CNTL_FS, "<FS>", "<fs>"},    {CNTL_GS, "<GS>", "<gs>"},
+        {CNTL_RS, "<RS>", "<rs>"},    {CNTL_US, "<US>", "<us>"},    {CNTL_DEL, "<DEL>", "<del>"},
+    };
+    for (const auto &row : rows) {
+        const int32_t white = CLEAR_WHITE | CLEAR_TAB;
+        EXPECT_EQ(renderedByte(row.byte, CLEAR_UPPER | white), row.upper);
+        EXPECT_EQ(renderedByte(row.byte, CLEAR_LOWER | white), row.lower);
+    }
+    EXPECT_EQ(CNTL_NUL, 0);
+    EXPECT_EQ(CNTL_DCL, 0x11);
+    EXPECT_EQ(CNTL_FS, 0x1C);
+    EXPECT_EQ(CNTL_GS, 0x1D);
+    EXPECT_EQ(CNTL_DEL, 0x7F);
+}
+
+TEST(ClearCopy, graphicCharactersAreCopiedInEveryMode) {
+    std::string graphic;
+    for (char ch = '!'; ch <= '~'; ++ch)
+        graphic += ch;
+    for (int32_t mode = 0; mode < 16; ++mode)
+        EXPECT_EQ(rendered(graphic, mode | CLEAR_WHITE | CLEAR_SPACE | CLEAR_TAB), graphic);
+}
+
+TEST(ClearCopy, whiteSpaceRenderings) {
+    const struct {
+        int byte;
+        const char *texts[8];
+    } rows[] = {
+        {' ', {"< >", ".", " ", "<040>", "<20>", "< >", "<sp>", "<SP>"}},
+        {'\t', {"<\\t>", ".", " ", "<011>", "<09>", "<\\t>", "<ht>", "<HT>"}},
+        {'\n', {"<\\n>", ".", " ", "<012>", "<0a>", "<\\n>", "<nl>", "<NL>"}},
+        {'\f', {"<\\f>", ".", " ", "<014>", "<0c>", "<\\f>", "<np>", "<NP>"}},
+        {'\r', {"<\\r>", ".", " ", "<015>", "<0d>", "<\\r>", "<cr>", "<CR>"}},
+    };
+    for (const auto &row : rows)
+        for (int mode = 0; mode < 8; ++mode)
+            EXPECT_EQ(renderedByte(row.byte, mode | CLEAR_WHITE | CLEAR_TAB), row.texts[mode])
+                << "byte " << row.byte << " mode " << mode;
+}
+
+TEST(ClearCopy, whiteSpaceIsCopiedUnlessTheFlagsAskForItsRendering) {
+    EXPECT_EQ(rendered(" \t\n\f\r", CLEAR_UPPER), " \t\n\f\r");
+    EXPECT_EQ(rendered(" \t\n\f\r", CLEAR_UPPER | CLEAR_KEEP_WHITE), " \t\n\f\r");
+    EXPECT_EQ(rendered(" \t\n\f\r", CLEAR_UPPER | CLEAR_TAB), " \t\n\f\r");
+    EXPECT_EQ(rendered(" \t\n\f\r", CLEAR_UPPER | CLEAR_SPACE), "<SP>\t\n\f\r");
+    EXPECT_EQ(rendered(" \t\n\f\r", CLEAR_UPPER | CLEAR_SPACE | CLEAR_TAB), "<SP>\t\n\f\r");
+    EXPECT_EQ(rendered(" \t\n\f\r", CLEAR_UPPER | CLEAR_WHITE), "<SP>\t<NL><NP><CR>");
+    EXPECT_EQ(rendered(" ", CLEAR_SPACE), "< >");
+    EXPECT_EQ(rendered("\t", CLEAR_TAB), "\t");
+    EXPECT_EQ(rendered("\v", CLEAR_UPPER), "<VT>");
+}
+
+TEST(ClearCopy, keptWhiteSpaceFollowsItsRendering) {
+    EXPECT_EQ(rendered("a\tb\nc", 23), "a\tb<NL>c");
+    EXPECT_EQ(rendered("a\tb\nc", 0x97), "a\tb<NL>\nc");
+    EXPECT_EQ(rendered("\n\f\r \t", 0x97 | CLEAR_TAB), "<NL>\n<NP>\f<CR>\r<SP><HT>");
+}
+
+TEST(ClearCopy, modesWithoutARenderingDropTheByte) {
+    for (int32_t mode = 8; mode < 16; ++mode) {
+        EXPECT_EQ(rendered("a\001\x7F\x80\xFF\b\vb", mode), "ab");
+        EXPECT_EQ(rendered("a b\n\f\r\t", mode | CLEAR_WHITE | CLEAR_TAB), "ab");
+        EXPECT_EQ(rendered("a b\n\f\r\t", mode), "a b\n\f\r\t");
+        EXPECT_EQ(rendered("a \n\f\r", mode | CLEAR_WHITE | CLEAR_KEEP_WHITE), "a\n\f\r");
+    }
+}
+
+TEST(ClearCopy, backspacesErase) {
+    const struct {
+        const char *text;
+        int32_t flags;
+        const char *expected;
+    } rows[] = {
+        {"ab\bc", 0x27, "ac"},        {"ab\bc", 7, "ab<BS>c"}, {"\b\bab", 0x27, "ab"},
+        {"a\b\b\bb", 0x27, "b"},      {"a\b", 0x27, ""},       {"\b", 0x27, ""},
+        {"\001\bx", 0x27, "x"},       {"abc", 0x27, "abc"},    {"ab\bc", 0x67, "ac"},
+        {"ab\bc", 0x47, "ab\bc"},     {"a\x88\b", 0x27, "a"},  {"ab\b\001", 0x27, "a<SOH>"},
+        {"\xFF\xFF\b", 0x24, "<ff>"},
+    };
+    for (const auto &row : rows)
+        EXPECT_EQ(rendered(row.text, row.flags), row.expected) << row.expected;
+}
+
+TEST(ClearCopy, backspaceBehindTheLengthIsNotSeen) {
+    char *text = clearCopyBinary("ab\bc", 2, CLEAR_UPPER | CLEAR_BACKSPACE);
+    EXPECT_STREQ(text, "ab");
+    freecopy(text);
+}
+
+TEST(ClearCopy, zeroBytesInsideTheLengthAreRendered) {
+    EXPECT_EQ(rendered(std::string("a\0b\0", 4), CLEAR_UPPER), "a<NUL>b<NUL>");
+    EXPECT_EQ(rendered(std::string("a\0\bb", 4), CLEAR_UPPER | CLEAR_BACKSPACE), "ab");
+    char *text = clearCopy("a\001", CLEAR_HEX);
+    EXPECT_STREQ(text, "a<01>");
+    freecopy(text);
+}
+
+TEST(ClearCopy, zeroLengthGivesTheEmptyText) {
+    EXPECT_EQ(rendered("", 0), "");
+    EXPECT_EQ(rendered("", CLEAR_BACKSPACE), "");
+    CharBuffer *buffer = mkCharBuffer(0);
+    ASSERT_NE(clearCopyBinaryCharBuffer(buffer, "x", 0, 0), nullptr);
+    EXPECT_STREQ(buffer->text, "");
+    freeCharBuffer(buffer);
+}
+
+TEST(ClearCopy, sourceNeedsNoTerminator) {
+    char *bytes = new char[2];
+    memcpy(bytes, "a\001", 2);
+    EXPECT_EQ(rendered(std::string(bytes, 2), CLEAR_UPPER), "a<SOH>");
+    char *text = clearCopyBinary(bytes, 2, CLEAR_UPPER | CLEAR_BACKSPACE);
+    EXPECT_STREQ(text, "a<SOH>");
+    freecopy(text);
+    delete[] bytes;
+}
+
+TEST(ClearCopy, replacesTheBuffersContent) {
+    CharBuffer *buffer = mkCharBuffer(4);
+    putStrCharBuffer(buffer, "much longer than what follows");
+    EXPECT_EQ(clearCopyCharBuffer(buffer, "a\nb", 23), buffer->text);
+    EXPECT_STREQ(buffer->text, "a<NL>b");
+    EXPECT_EQ(buffer->next - buffer->text, 6);
+    EXPECT_STREQ(clearCopyBinaryCharBuffer(buffer, "x\0y", 3, CLEAR_DOT), "x.y");
+    freeCharBuffer(buffer);
+}
+
+TEST(ClearCopy, blockGrowsOnlyWhereTextAndTerminatorDoNotFit) {
+    const struct {
+        const char *text;
+        int32_t size;
+    } rows[] = {{"ab\n", 8}, {"abc\n", 8}, {"abcd\n", 16}, {"abcdefg", 8}, {"abcdefgh", 16}};
+    for (const auto &row : rows) {
+        CharBuffer *buffer = mkCharBuffer(8);
+        clearCopyCharBuffer(buffer, row.text, 23);
+        EXPECT_EQ(buffer->size, row.size) << row.text;
+        freeCharBuffer(buffer);
+    }
+}
+
+TEST(ClearCopy, detachedTextHasABlockOfTheDefaultIncrement) {
+    char *text = clearCopy("ab\bc", CLEAR_UPPER);
+    EXPECT_EQ(lastAllocSize(), 129U);
+    freecopy(text);
+}
+
+TEST(ClearCopy, nullsGiveNullAndWriteNothing) {
+    CharBuffer *buffer = mkCharBuffer(8);
+    putStrCharBuffer(buffer, "kept");
+    EXPECT_EQ(clearCopyBinaryCharBuffer(buffer, nullptr, 3, 0), nullptr);
+    EXPECT_EQ(clearCopyCharBuffer(buffer, nullptr, 0), nullptr);
+    EXPECT_STREQ(buffer->text, "kept");
+    EXPECT_EQ(buffer->next - buffer->text, 4);
+    EXPECT_EQ(clearCopyBinaryCharBuffer(nullptr, "x", 1, 0), nullptr);
+    EXPECT_EQ(clearCopyCharBuffer(nullptr, "x", 0), nullptr);
+    EXPECT_EQ(clearCopyBinary(nullptr, 1, 0), nullptr);
+    EXPECT_EQ(clearCopy(nullptr, 0), nullptr);
+    freeCharBuffer(buffer);
+}
+
+TEST(ClearCopy, exhaustedMemoryGivesNullAndATerminatedBuffer) {
+    for (const int32_t mode : {CLEAR_ESCAPE, CLEAR_DOT, CLEAR_HEX, CLEAR_CARET, CLEAR_UPPER}) {
+        CharBuffer *buffer = mkCharBuffer(6);
+        putStrCharBuffer(buffer, "old");
+        const std::string longText(50, '\001');
+        char *text;
+        {
+            const FailingAlloc failing;
+            text = clearCopyCharBuffer(buffer, longText.c_str(), mode);
+        }
+        EXPECT_EQ(text, nullptr);
+        EXPECT_STREQ(buffer->text, "");
+        EXPECT_EQ(buffer->next, buffer->text);
+        freeCharBuffer(buffer);
+    }
+}
+
+TEST(ClearCopy, exhaustedMemoryLeaksNothing) {
+    const std::string longText(300, 'x');
+    for (int successes = 0; successes < 4; ++successes) {
+        const FailingAlloc failing(successes);
+        EXPECT_EQ(clearCopy(longText.c_str(), 0), nullptr) << successes;
+    }
+    for (int successes = 0; successes < 4; ++successes) {
+        const FailingAlloc failing(successes);
+        EXPECT_EQ(clearCopy("a\b", CLEAR_BACKSPACE), nullptr) << successes;
+    }
+}
+
+} // namespace
