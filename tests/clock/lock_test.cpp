@@ -1,0 +1,63 @@
+/* An alarm that arrives while its thread is inside the mutex's own code, about to own it or to give
+   it up, where the mutex would make the handler wait for that very thread. */
+#include "clockCases.h"
+
+#include <dlfcn.h>
+
+namespace {
+
+bool armed;           // the next call raises an alarm in its midst
+bool underWay;        // it is there now
+int entriesMeanwhile; // the handler asked for the mutex there: on the real one it would hang
+
+int throughAlarm(const char *name, pthread_mutex_t *mutex) {
+    using Operation = int (*)(pthread_mutex_t *);
+    const auto real = reinterpret_cast<Operation>(dlsym(RTLD_NEXT, name));
+    if (mutex == &clkAccessLock && underWay)
+        ++entriesMeanwhile;
+    if (mutex == &clkAccessLock && armed) {
+        armed = false;
+        underWay = true;
+        simulated->advanceSeconds(5);
+        underWay = false;
+    }
+    return real(mutex);
+}
+
+} // namespace
+
+extern "C" int pthread_mutex_lock(pthread_mutex_t *mutex) noexcept {
+    return throughAlarm("pthread_mutex_lock", mutex);
+}
+
+extern "C" int pthread_mutex_unlock(pthread_mutex_t *mutex) noexcept {
+    return throughAlarm("pthread_mutex_unlock", mutex);
+}
+
+namespace {
+
+SIMULATED(Lock, alarmWhileItIsTakenRunsRightAfter) {
+    clkTimeout(note, 1, 5);
+    clkTimeout(note, 2, 9);
+    armed = true;
+    EXPECT_EQ(clkUntimeout(1), 4); // the first has run: the second is next
+    EXPECT_EQ(calls, (Arguments{1}));
+    EXPECT_EQ(entriesMeanwhile, 0);
+}
+
+SIMULATED(Lock, alarmWhileItIsGivenUpRunsRightAfter) {
+    clkTimeout(note, 1, 5);
+    clkTimeout(note, 2, 9);
+    system.onCall = [](const std::string &name) {
+        if (name != "sigrelse") // the last thing that a cancel does before it gives the lock up
+            return;
+        armed = true;
+        simulated->onCall = nullptr;
+    };
+    clkUntimeout(77);
+    EXPECT_EQ(calls, (Arguments{1}));
+    EXPECT_EQ(entriesMeanwhile, 0);
+    EXPECT_FALSE(armed);
+}
+
+} // namespace
