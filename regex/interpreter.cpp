@@ -334,7 +334,7 @@ static bool tryNext(Run &run) {
             return false;
         }
         ++run.steps;
-    } while (place.at == choice.tried || hasFailed(run, choice.code, place.at));
+    } while (hasFailed(run, choice.code, place.at));
     choice.tried = place.at;
     restore(state, place.mark);
     run.at = place.at;
@@ -594,9 +594,7 @@ static Step matchAt(Run &run, const Byte *program, const char *start) {
 
 // The next place at or after that one where the program may match; null when there is none.
 static const char *nextStart(const Byte *program, const char *at) {
-    if (*program != MATCH_CHARACTER)
-        return at;
-    return program[1] == '\0' ? nullptr : strchr(at, program[1]);
+    return *program == MATCH_CHARACTER ? strchr(at, program[1]) : at;
 }
 
 static Step search(Run &run, const char **start) {
