@@ -125,8 +125,7 @@ extern "C" int32_t clkKillTimeout(ClkFunction function, intptr_t argument) {
 
 namespace {
 
-/* ---- what a process does once: first of all cases, since children see what their parent did ----
- */
+/* ---- what a process does once: first, since children see what their parent did ---- */
 
 void expectGranule(const char *setting, int32_t expected) {
     expectChildPasses([=] {

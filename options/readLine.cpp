@@ -1,0 +1,167 @@
+#include "readInfo.h"
+
+#include <errno.h>
+#include <pthread.h>
+#include <stddef.h>
+#include <stdlib.h>
+#include <string.h>
+
+static_assert(sizeof(void *) != 4 ||
+              (offsetof(ReadInfo, inlineCnt) == 0 && offsetof(ReadInfo, virtLineCnt) == 4 &&
+               offsetof(ReadInfo, modes) == 8 && offsetof(ReadInfo, buffer) == 12 &&
+               offsetof(ReadInfo, capacity) == 16 && sizeof(ReadInfo) == 20));
+
+static constexpr uint32_t BUFFER_STEP = 80; // characters; one byte more for the terminator
+
+uint32_t ri_modes;
+uint32_t inlineCnt;
+uint32_t virtLineCnt;
+
+static char *lineBuffer;
+static uint32_t lineCapacity;
+static pthread_mutex_t readerLock = PTHREAD_MUTEX_INITIALIZER;
+
+struct ReaderGuard {
+    ReaderGuard() { pthread_mutex_lock(&readerLock); }
+    ~ReaderGuard() { pthread_mutex_unlock(&readerLock); }
+    ReaderGuard(const ReaderGuard &) = delete;
+    ReaderGuard &operator=(const ReaderGuard &) = delete;
+};
+
+/* ---- the line buffer ---- */
+
+static bool growBuffer(uint32_t length) {
+    const uint64_t size = uint64_t{length} + BUFFER_STEP + 1;
+    char *buffer = nullptr;
+    if (size <= UINT32_MAX && size <= PTRDIFF_MAX)
+        buffer = static_cast<char *>(realloc(lineBuffer, static_cast<size_t>(size)));
+    if (buffer == nullptr) {
+        errno = ENOMEM;
+        return false;
+    }
+    memset(buffer + length, 0, BUFFER_STEP + 1);
+    lineBuffer = buffer;
+    lineCapacity += BUFFER_STEP;
+    return true;
+}
+
+static bool storeByte(uint32_t length, int byte) {
+    if (length >= lineCapacity && !growBuffer(length))
+        return false;
+    lineBuffer[length] = static_cast<char>(byte);
+    return true;
+}
+
+/* ---- one logical line ---- */
+
+enum Joining { JOIN_NOTHING, JOIN_BACKSLASH, JOIN_QUOTED };
+
+// What the bytes of a line so far say about the next one.
+struct LineState {
+    int previous; // a newline at the start of a physical line; NO_BYTE behind a pair of backslashes
+    int quote;    // the open quote, NO_BYTE outside
+};
+static constexpr int NO_BYTE = 0;
+
+static bool isQuote(int byte) {
+    return byte == '"' || byte == '\'' || byte == '`';
+}
+
+static void followQuote(LineState *state, int byte) {
+    if (state->previous == '\\' || !isQuote(byte))
+        return;
+    if (state->quote == NO_BYTE)
+        state->quote = byte;
+    else if (state->quote == byte)
+        state->quote = NO_BYTE;
+}
+
+enum LineEvent { LINE_GOES_ON, LINE_JOINED, LINE_ENDED };
+
+static LineEvent advance(LineState *state, int byte, Joining joining) {
+    const bool escaped = state->previous == '\\' && joining != JOIN_NOTHING;
+    if (joining == JOIN_QUOTED)
+        followQuote(state, byte);
+    state->previous = escaped && byte == '\\' ? NO_BYTE : byte;
+    if (byte != '\n')
+        return LINE_GOES_ON;
+    if (escaped)
+        return LINE_JOINED;
+    return state->quote == NO_BYTE ? LINE_ENDED : LINE_GOES_ON;
+}
+
+// Under the lock. The buffer is not touched until there is a first byte: at the end of input the
+// line returned last stays readable.
+static char *readLogicalLine(FILE *stream, Joining joining) {
+    LineState state = {'\n', NO_BYTE};
+    LineEvent event = LINE_GOES_ON;
+    uint32_t length = 0;
+    bool any = false;
+    for (int byte; event != LINE_ENDED && (byte = getc(stream)) != EOF; any = true) {
+        if (state.previous == '\n')
+            ++inlineCnt;
+        if (!storeByte(length++, byte))
+            return nullptr;
+        event = advance(&state, byte, joining);
+        if (event == LINE_JOINED && (ri_modes & READ_KEEP_JOINT) == 0)
+            length -= 2; // the backslash and the newline
+    }
+    if (!any)
+        return nullptr;
+    if (event == LINE_ENDED && (ri_modes & READ_DROP_NEWLINE) != 0)
+        --length;
+    lineBuffer[length] = '\0';
+    ++virtLineCnt;
+    return lineBuffer;
+}
+
+static char *lockAndRead(FILE *stream, Joining joining) {
+    if (stream == nullptr)
+        return nullptr;
+    const ReaderGuard guard;
+    return readLogicalLine(stream, joining);
+}
+
+char *readLine(FILE *stream) {
+    return lockAndRead(stream, JOIN_NOTHING);
+}
+
+char *readContLine(FILE *stream) {
+    return lockAndRead(stream, JOIN_BACKSLASH);
+}
+
+char *readQuotedLine(FILE *stream) {
+    return lockAndRead(stream, JOIN_QUOTED);
+}
+
+/* ---- the state ---- */
+
+void resetReadLine(ReadInfo *saved) {
+    const ReaderGuard guard;
+    if (saved != nullptr) {
+        *saved = {inlineCnt, virtLineCnt, ri_modes, lineBuffer, lineCapacity};
+        lineBuffer = nullptr;
+        lineCapacity = 0;
+    }
+    inlineCnt = virtLineCnt = ri_modes = 0;
+}
+
+void setReadLine(ReadInfo *saved) {
+    if (saved == nullptr)
+        return;
+    const ReaderGuard guard;
+    if (lineBuffer != saved->buffer)
+        free(lineBuffer);
+    inlineCnt = saved->inlineCnt;
+    virtLineCnt = saved->virtLineCnt;
+    ri_modes = saved->modes;
+    lineBuffer = saved->buffer;
+    lineCapacity = saved->capacity;
+}
+
+uint32_t setReadLineModes(uint32_t modes) {
+    const ReaderGuard guard;
+    const uint32_t replaced = ri_modes;
+    ri_modes = modes;
+    return replaced;
+}
