@@ -37,24 +37,43 @@ char *detachCharBuffer(CharBuffer *buffer) {
     return text;
 }
 
-char *expandCharBuffer(CharBuffer *buffer) {
-    if (buffer == nullptr)
-        return nullptr;
-    const uint32_t increment = buffer->increment == 0 ? DEFAULT_INCREMENT : buffer->increment;
-    const uint64_t size = static_cast<uint64_t>(buffer->size) + increment;
+static uint32_t growthStep(const CharBuffer *buffer) {
+    return buffer->increment == 0 ? DEFAULT_INCREMENT : buffer->increment;
+}
+
+static bool growTo(CharBuffer *buffer, uint64_t size) {
     if (size > INT32_MAX)
-        return nullptr;
-    const ptrdiff_t length = buffer->text == nullptr ? 0 : buffer->next - buffer->text;
-    // Only the first block carries a spare byte. Kept: callers rely on the block sizes.
-    const size_t blockSize = static_cast<size_t>(size) + (buffer->text == nullptr ? 1 : 0);
-    char *text = static_cast<char *>(realloc(buffer->text, blockSize));
+        return false;
+    // Only a first block of one increment carries a spare byte. Kept: callers rely on the sizes.
+    const bool isSpared = buffer->text == nullptr && size == growthStep(buffer);
+    const ptrdiff_t length = buffer->next - buffer->text;
+    char *text =
+        static_cast<char *>(realloc(buffer->text, static_cast<size_t>(size) + (isSpared ? 1 : 0)));
     if (text == nullptr)
-        return nullptr;
+        return false;
     buffer->text = text;
     buffer->next = text + length;
     buffer->size = static_cast<int32_t>(size);
     buffer->limit = text + size;
-    return text;
+    return true;
+}
+
+char *expandCharBuffer(CharBuffer *buffer) {
+    if (buffer == nullptr)
+        return nullptr;
+    const uint64_t size = static_cast<uint64_t>(buffer->size) + growthStep(buffer);
+    return growTo(buffer, size) ? buffer->text : nullptr;
+}
+
+// Makes room behind the content for so many bytes, in one growth to the size that growing by single
+// increments would reach.
+static bool reserve(CharBuffer *buffer, uint64_t bytes) {
+    const uint64_t needed = static_cast<uint64_t>(contentLength(buffer)) + bytes;
+    const uint64_t size = static_cast<uint64_t>(buffer->size);
+    if (needed <= size)
+        return true;
+    const uint64_t step = growthStep(buffer);
+    return growTo(buffer, size + (needed - size + step - 1) / step * step);
 }
 
 // What fputCharBuffer does, with a result that no character can be mistaken for.
@@ -74,12 +93,12 @@ int fputCharBuffer(CharBuffer *buffer, char ch) {
 char *putStrCharBuffer(CharBuffer *buffer, const char *text) {
     if (buffer == nullptr)
         return nullptr;
-    if (text != nullptr)
-        for (; *text != '\0'; ++text)
-            if (!append(buffer, *text))
-                return nullptr;
-    if (buffer->next >= buffer->limit && expandCharBuffer(buffer) == nullptr)
+    const size_t count = text == nullptr ? 0 : strlen(text);
+    if (!reserve(buffer, uint64_t{count} + 1))
         return nullptr;
+    if (count > 0)
+        memcpy(buffer->next, text, count);
+    buffer->next += count;
     *buffer->next = '\0';
     return buffer->text;
 }
@@ -92,20 +111,22 @@ int removeLastCharBufferChar(CharBuffer *buffer) {
     return removed;
 }
 
-static bool fillTo(CharBuffer *buffer, int32_t index) {
-    while (contentLength(buffer) < index)
-        if (!append(buffer, '\0'))
-            return false;
+// Appends zeros up to the index, which lies at or beyond the content's end, where so many bytes are
+// to follow them.
+static bool fillTo(CharBuffer *buffer, int32_t index, uint64_t following) {
+    const size_t gap = static_cast<size_t>(index - contentLength(buffer));
+    if (!reserve(buffer, gap + following))
+        return false;
+    memset(buffer->next, 0, gap);
+    buffer->next += gap;
     return true;
 }
 
 // Opens a gap of count bytes at the index, which lies inside the content; the byte at next moves
 // with the rest.
 static bool openGap(CharBuffer *buffer, int32_t index, size_t count) {
-    while (static_cast<uint64_t>(contentLength(buffer)) + count >=
-           static_cast<uint64_t>(buffer->size))
-        if (expandCharBuffer(buffer) == nullptr)
-            return false;
+    if (!reserve(buffer, uint64_t{count} + 1))
+        return false;
     char *place = buffer->text + index;
     memmove(place + count, place, static_cast<size_t>(buffer->next - place) + 1);
     buffer->next += count;
@@ -118,7 +139,7 @@ char *insertChrIntoCharBuffer(CharBuffer *buffer, char ch, int32_t index) {
     if (index < 0)
         return buffer->text;
     if (contentLength(buffer) <= index)
-        return fillTo(buffer, index) && append(buffer, ch) ? buffer->text : nullptr;
+        return fillTo(buffer, index, 1) && append(buffer, ch) ? buffer->text : nullptr;
     if (!openGap(buffer, index, 1))
         return nullptr;
     buffer->text[index] = ch;
@@ -130,9 +151,10 @@ char *insertStrIntoCharBuffer(CharBuffer *buffer, const char *text, int32_t inde
         return nullptr;
     if (text == nullptr || *text == '\0' || index < 0)
         return buffer->text;
-    if (contentLength(buffer) <= index)
-        return fillTo(buffer, index) ? putStrCharBuffer(buffer, text) : nullptr;
     const size_t count = strlen(text);
+    if (contentLength(buffer) <= index)
+        return fillTo(buffer, index, uint64_t{count} + 1) ? putStrCharBuffer(buffer, text)
+                                                          : nullptr;
     if (!openGap(buffer, index, count))
         return nullptr;
     memcpy(buffer->text + index, text, count);

@@ -54,8 +54,8 @@ QN_API char *expandCharBuffer(CharBuffer *buffer);
 QN_API int fputCharBuffer(CharBuffer *buffer, char ch);
 
 /* Appends the text and terminates the content; with a null text it only terminates. The text must
-   not lie in the buffer. Returns the block; null for a null buffer and when memory is exhausted,
-   what fitted being appended. */
+   not lie in the buffer. The block ends up as large as appending one by one would make it. Returns
+   the block; null for a null buffer and, the content unchanged, when memory is exhausted. */
 QN_API char *putStrCharBuffer(CharBuffer *buffer, const char *text);
 
 /* Removes the last character, leaving a zero in its place, and returns it as a signed character; -1
@@ -65,9 +65,9 @@ QN_API int removeLastCharBufferChar(CharBuffer *buffer);
 /* Insert at the index, in bytes from the start. Beyond the content's end the gap is filled with
    zeros. Inside the content the byte at next (a terminator, where there is one) moves up with the
    rest, so terminated content stays terminated; a character put at or beyond the end is not
-   terminated, a text is. A negative index, and a null or empty text, change nothing. Both return
-   the block; null for a null buffer, and, the content unchanged but for a gap already filled, when
-   memory is exhausted. */
+   terminated, a text is. The text must not lie in the buffer. A negative index, and a null or empty
+   text, change nothing. Both return the block; null for a null buffer and, the content unchanged,
+   when memory is exhausted. */
 QN_API char *insertChrIntoCharBuffer(CharBuffer *buffer, char ch, int32_t index);
 QN_API char *insertStrIntoCharBuffer(CharBuffer *buffer, const char *text, int32_t index);
 

@@ -54,9 +54,15 @@ void *textAt(uint32_t index, uint32_t place) {
     return static_cast<void **>(entry(index).storage)[place];
 }
 
-bool isAllZero(const ArrayDescriptor &descriptor) {
-    const ArrayDescriptor zero = {};
-    return memcmp(&descriptor, &zero, sizeof zero) == 0;
+void expectEntry(const ArrayDescriptor &found, const ArrayDescriptor &expected) {
+    EXPECT_EQ(found.type, expected.type);
+    EXPECT_EQ(found.storage, expected.storage);
+    EXPECT_EQ(found.elemSize, expected.elemSize);
+    EXPECT_EQ(found.count, expected.count);
+    EXPECT_EQ(found.capacity, expected.capacity);
+    EXPECT_EQ(found.increment, expected.increment);
+    EXPECT_EQ(found.changes, expected.changes);
+    EXPECT_EQ(found.nextFree, expected.nextFree);
 }
 
 void *putInt(uint32_t index, int value) {
@@ -185,8 +191,7 @@ ISOLATED(ArrayTable, withoutMemoryIsNotMade) {
 ISOLATED(ArrayOpen, fillsTheDescriptor) {
     const uint32_t index = arrayOpen(INDIRECT_ARRAY, 12);
     ASSERT_EQ(index, 1U);
-    const ArrayDescriptor expected = {INDIRECT_ARRAY, nullptr, 12, 0, 0, 10, 0, 0};
-    EXPECT_EQ(memcmp(&entry(1), &expected, sizeof expected), 0);
+    expectEntry(entry(1), {INDIRECT_ARRAY, nullptr, 12, 0, 0, 10, 0, 0});
     EXPECT_EQ(arrayOpen(INDIRECT_ARRAY, 0), 2U);
 }
 
@@ -203,7 +208,7 @@ ISOLATED(ArrayOpen, refusedTypeTakesAZeroDescriptorUntilTheAudit) {
     EXPECT_EQ(arrayOpen(2, 8), 0U);
     EXPECT_EQ(entry(0).count, 2U);
     EXPECT_EQ(entry(0).nextFree, 2U);
-    EXPECT_TRUE(isAllZero(entry(1)));
+    expectEntry(entry(1), {});
     EXPECT_EQ(arrayValidDescriptor(1), nullptr);
     arrayAudit();
     EXPECT_EQ(entry(0).count, 1U);
@@ -397,7 +402,7 @@ ISOLATED(ExpandArray, exhaustedMemoryChangesNothing) {
         EXPECT_EQ(expandArray(arrDescPtr + index, 1), nullptr);
         EXPECT_EQ(putInt(index, 10), nullptr);
     }
-    EXPECT_EQ(memcmp(&before, &entry(index), sizeof before), 0);
+    expectEntry(entry(index), before);
     EXPECT_EQ(intAt(index, 9), 9);
     EXPECT_NE(putInt(index, 10), nullptr);
 }
