@@ -1,0 +1,168 @@
+#include "expandLog.h"
+
+#include "../buffers/fmtCharBuf.h"
+#include "byteClass.h"
+#include "expansionSettings.h"
+
+#include <stddef.h>
+
+static constexpr int32_t VISIBLE_INCREMENT = 128;
+
+static void putSpan(CharBuffer *buffer, const char *start, const char *end) {
+    for (; start < end; ++start)
+        fputCharBuffer(buffer, *start);
+}
+
+// The emptied work area; null when memory is exhausted.
+static CharBuffer *workArea() {
+    ExpansionSettings &own = expansionSettings;
+    if (own.visBuf == nullptr)
+        own.visBuf = mkCharBuffer(VISIBLE_INCREMENT);
+    if (own.visBuf != nullptr)
+        own.visBuf->next = own.visBuf->text;
+    return own.visBuf;
+}
+
+static const char *visibleWhite(char ch) {
+    switch (ch) {
+    case '\b':
+        return "\\b";
+    case '\t':
+        return "\\t";
+    case '\n':
+        return "\\n\n";
+    case '\f':
+        return "\\f\n";
+    case '\r':
+        return "\\r";
+    default:
+        return nullptr;
+    }
+}
+
+static void renderVisibly(CharBuffer *out, const CharBuffer *source) {
+    for (const char *at = source->text; at < source->next; ++at) {
+        const char *white = visibleWhite(*at);
+        if (white != nullptr)
+            putStrCharBuffer(out, white);
+        else if (isPrintByte(*at))
+            fputCharBuffer(out, *at);
+        else
+            fmtCharBuffer(out, "<%o>", static_cast<unsigned>(static_cast<unsigned char>(*at)));
+    }
+}
+
+/* Wrapping reads the text from one buffer and writes lines into the other, so that its cost does
+   not grow with lines times length. A line is written when its end is known; until then the walk
+   only keeps the line's start, its last blank or tab before the cut-off column, and the column. A
+   break takes the walk back to that blank, so columns may be counted again, but a run of blanks
+   beyond the cut-off is measured once. */
+struct Wrapping {
+    CharBuffer *out;
+    const char *end;         // of the text
+    const char *lineStart;   // first byte not yet written
+    const char *breakAt;     // where this line may break; null: nowhere
+    int64_t column;          // where the next character goes
+    const char *blanksStart; // the run of blanks measured last
+    const char *blanksEnd;
+};
+
+static bool cutOff(const Wrapping &walk) {
+    return walk.column >= expansionSettings.cutoff;
+}
+
+static void advanceColumn(int64_t &column, char ch) {
+    if (ch == '\b')
+        column = column > 0 ? column - 1 : 0;
+    else if (ch == '\t')
+        column %= 8; // as visualWidth does. Kept.
+    else if (ch == '\n' || ch == '\r')
+        column = 0;
+    else if (isPrintByte(ch))
+        ++column;
+}
+
+// A break never splits an inserted prefix and never precedes a line's first character, so that
+// every break leaves less to wrap, whatever the prefix and the column.
+static bool mustBreakBefore(const Wrapping &walk, const char *at) {
+    return *at != ' ' && isPrintByte(*at) && cutOff(walk) && at != walk.lineStart;
+}
+
+// Goes on behind the prefix. The walk advances by the prefix's width: a prefix wider than long
+// takes characters of the text with it, one narrower than long leaves its own tail to be counted.
+// The character at the point so reached counts as one column, whatever it is. Kept.
+static const char *continueLine(Wrapping &walk) {
+    const ExpansionSettings &own = expansionSettings;
+    const int32_t width = own.contPrefixWidth, length = own.contPrefixLength;
+    walk.column = width;
+    walk.breakAt = nullptr;
+    if (width < length) {
+        ++walk.column;
+        for (const char *tail = own.contPrefix + width + 1; *tail != '\0'; ++tail)
+            advanceColumn(walk.column, *tail);
+        return walk.lineStart;
+    }
+    const ptrdiff_t skipped = width - length;
+    if (walk.end - walk.lineStart <= skipped)
+        return walk.end;
+    ++walk.column;
+    return walk.lineStart + skipped + 1;
+}
+
+static const char *breakLine(Wrapping &walk, const char *at) {
+    const char *lineEnd = walk.breakAt != nullptr ? walk.breakAt : at;
+    putSpan(walk.out, walk.lineStart, lineEnd);
+    fputCharBuffer(walk.out, '\n');
+    putStrCharBuffer(walk.out, expansionSettings.contPrefix);
+    walk.lineStart = walk.breakAt != nullptr ? lineEnd + 1 : lineEnd;
+    return continueLine(walk);
+}
+
+static const char *passWideBlanks(Wrapping &walk, const char *at) {
+    if (at < walk.blanksStart || at >= walk.blanksEnd) {
+        walk.blanksStart = walk.blanksEnd = at;
+        while (walk.blanksEnd < walk.end && *walk.blanksEnd == ' ')
+            ++walk.blanksEnd;
+    }
+    walk.column += walk.blanksEnd - at;
+    return walk.blanksEnd;
+}
+
+static void wrap(CharBuffer *out, const CharBuffer *source) {
+    Wrapping walk = {out, source->next, source->text, nullptr, 0, nullptr, nullptr};
+    const char *at = source->text;
+    while (at < walk.end) {
+        if (mustBreakBefore(walk, at)) {
+            at = breakLine(walk, at);
+            continue;
+        }
+        if (*at == ' ' && cutOff(walk)) {
+            at = passWideBlanks(walk, at);
+            continue;
+        }
+        if (*at == ' ' || (*at == '\t' && !cutOff(walk)))
+            walk.breakAt = at;
+        advanceColumn(walk.column, *at++);
+    }
+    putSpan(out, walk.lineStart, walk.end);
+}
+
+char *postMsg(CharBuffer *buffer) {
+    const ExpansionSettings &own = expansionSettings;
+    char *text = putStrCharBuffer(buffer, nullptr);
+    if (text == nullptr || (own.visible == 0 && own.cutoff < 1))
+        return text;
+    CharBuffer *source = workArea();
+    if (source == nullptr)
+        return text;
+    if (own.visible != 0)
+        renderVisibly(source, buffer);
+    else
+        putSpan(source, buffer->text, buffer->next);
+    buffer->next = buffer->text;
+    if (own.cutoff < 1)
+        putSpan(buffer, source->text, source->next);
+    else
+        wrap(buffer, source);
+    return putStrCharBuffer(buffer, nullptr);
+}

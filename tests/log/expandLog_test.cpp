@@ -1,0 +1,313 @@
+/* The expansion engine: every directive and escape, each error, the settings' effect, free text and
+   comments, and results that feed the next expansion. Settings and time zone are process-wide, so
+   each case runs in a child. */
+#include "records.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+namespace {
+
+const std::map<int, std::string> texts = {
+    {0, ""}, {1, "call %s failed"}, {2, "%s: %s"}, {3, "100%% of %d%"}, {4, "plain"}};
+
+struct Case {
+    const char *format;
+    std::string expected;
+};
+
+void expectEach(const std::vector<Case> &cases, const std::string &record) {
+    withTexts(texts, [&] {
+        for (const Case &c : cases)
+            EXPECT_EQ(expandedAs(c.format, record), c.expected) << c.format;
+    });
+}
+
+TEST(ExpandLog, defaultFormat) {
+    withTexts(texts, [] {
+        EXPECT_EQ(expanded(recordOf(1, 2, {"x"})),
+                  "*  Tue Nov 14 16:39:09 2017 prog f.c:40\ncall x failed");
+    });
+}
+
+TEST(ExpandLog, directives) {
+    expectEach({{"%P|%N|%S|%L", "* |prog|f.c|40"},
+                {"%P(%s)|%P(%S)|%P(%d)|%P(%D)", "* |* |2|2"},
+                {"%P( \t%d \n)|", "2|"},
+                {"%P(%s?|", "* |"},
+                {"%P(%s", "* "},
+                {"%P(%s ", "* "},
+                {"%M", "call x failed"},
+                {"%%|%Q|%q|% |%)", "%|Q|q| |)"},
+                {"%n%s%l", "nsl"},
+                {"", ""},
+                {"plain\xff\n", "plain\xff\n"},
+                {"%", ""},
+                {"x%", "x"}},
+               recordOf(1, 2, {"x"}));
+}
+
+TEST(ExpandLog, wholeRecordLessItsLastCharacter) {
+    withTexts(texts, [] {
+        const std::string record = recordOf(1, 2, {"x"});
+        EXPECT_EQ(expandedAs("%C", record), record.substr(0, record.size() - 1));
+        EXPECT_EQ(expandedAs("%C", record + "\n"), record);
+    });
+}
+
+TEST(ExpandLog, escapes) {
+    expectEach({{"\\b\\f\\n\\r\\t", "\b\f\n\r\t"},
+                {"\\%N\\\\\\q\\a", "%N\\qa"},
+                {"\\1\\12\\101\\1018", "\x01\nAA8"},
+                {"\\7x\\778", "\x07x?8"},
+                {"\\777\\400z", std::string("\xff")}, // \400 is a zero byte: the text ends
+                {"\\8\\9", "89"},
+                {"\\", ""},
+                {"x\\", "x"}},
+               recordOf(4, 2, {}));
+}
+
+TEST(ExpandLog, priorityMarks) {
+    withTexts(texts, [] {
+        const char *const marks[] = {"  ", "M ", "* ", "**", "*C", "", "", "", "", ""};
+        for (int priority = 0; priority < 10; ++priority)
+            EXPECT_EQ(expandedAs("%P|%P(%s)|%P(%d)", recordOf(4, priority, {})),
+                      std::string(marks[priority]) + "|" + marks[priority] + "|" +
+                          std::to_string(priority));
+    });
+}
+
+TEST(ExpandLog, messageTextMustAgreeWithItsArguments) {
+    withTexts(texts, [] {
+        EXPECT_EQ(expandedAs("%M", recordOf(2, 0, {"a", "b"})), "a: b");
+        EXPECT_EQ(expandedAs("%M", recordOf(2, 0, {"", ""})), ": ");
+        EXPECT_EQ(expandedAs("%M", recordOf(2, 0, {"a"})), "(null)");
+        EXPECT_EQ(expandedAs("%M", recordOf(1, 0, {"a", "b"})), "(null)");
+        EXPECT_EQ(expandedAs("%M", "4\x1c"
+                                   "05A0B1C2Dp f:1\x1d"),
+                  "plain");
+        EXPECT_EQ(expandedAs("%M", "1\x1c"
+                                   "05A0B1C2Dp f:1\x1d"),
+                  "(null)");
+        EXPECT_EQ(expandedAs("%M", recordOf(4, 0, {"a"})), "(null)");
+        // Only %M looks at the text, but the text must be there.
+        EXPECT_EQ(expandedAs("%N", recordOf(2, 0, {"a"})), "prog");
+        EXPECT_EQ(expandedAs("%N", recordOf(5, 0, {})), "(null)");
+        EXPECT_EQ(expandedAs("", recordOf(5, 0, {})), "(null)");
+    });
+}
+
+TEST(ExpandLog, percentInMessageTextStandsForTheNextCharacter) {
+    withTexts(texts, [] { EXPECT_EQ(expandedAs("%M", recordOf(3, 0, {})), "100% of d"); });
+}
+
+TEST(ExpandLog, argumentsAreNotFormatsThemselves) {
+    withTexts(texts, [] {
+        EXPECT_EQ(expandedAs("%M", recordOf(1, 0, {"%s\\n%N"})), "call %s\\n%N failed");
+    });
+}
+
+TEST(ExpandLog, rawArguments) {
+    expectEach({{"%M(%r)", "a\x1c"
+                           "b\x1d"},
+                {"%M(%R)", "a\x1c"
+                           "b\x1d"},
+                {"%M( %r )|", "a\x1c"
+                              "b\x1d|"},
+                {"%M(%r=,)", "a,b,"},
+                {"%M(%r=, )|", "a,b,|"},
+                {"%M(%r= )|", "a b |"},
+                {"%M(%r=))|", "a)b)|"},
+                {"%M(%r==)", "a=b="},
+                {"%M(%r=%)", "a%b%"},
+                {"%M(%r=\\\\)", "a\\b\\"},
+                {"%M(%r=\\b)", "a\bb\b"},
+                {"%M(%r=\\f)", "a\fb\f"},
+                {"%M(%r=\\n)", "a\nb\n"},
+                {"%M(%r=\\r)", "a\rb\r"},
+                {"%M(%r=\\t)", "a\tb\t"},
+                {"%M(%r=\\1)", "aIbI"}, // 73
+                {"%M(%r=\\3)", "a\xdb"
+                               "b\xdb"}, // 219
+                {"%M(%r=\\4)", "a$b$"},  // 292 - 256
+                {"%M(%r=\\7)", "a\xff"
+                               "b\xff"}}, // 511 - 256
+               recordOf(2, 0, {"a", "b"}));
+}
+
+TEST(ExpandLog, rawArgumentsOfOtherCounts) {
+    withTexts(texts, [] {
+        EXPECT_EQ(expandedAs("[%M(%r)]", recordOf(4, 0, {})), "[]");
+        EXPECT_EQ(expandedAs("[%M(%r=,)]", recordOf(4, 0, {})), "[]");
+        EXPECT_EQ(expandedAs("[%M(%r)]", recordOf(4, 0, {"a"})), "[a\x1d]");
+        // Raw arguments need not agree with the text.
+        EXPECT_EQ(expandedAs("%M(%r=,)", recordOf(1, 0, {"a", "b", "c"})), "a,b,c,");
+    });
+}
+
+TEST(ExpandLog, badParenthesesAreErrors) {
+    withTexts(texts, [] {
+        for (const char *format :
+             {"%M(%r", "%M(%r=", "%M(%r=,", "%M(%r=)", "%M(%r =,)", "%M(%r,)", "%M(%r=,,)",
+              "%M(%r=\\)", "%M(%r=\\", "%M(%r=\\8)", "%M(%r=\\12)", "%M(%r=\\x)", "%M(%r?"}) {
+            chgExpansionFmt("%N");
+            EXPECT_EQ(expandedAs(format, recordOf(4, 0, {})), "(null)") << format;
+            EXPECT_STREQ(getExpansionFmt(), format);
+        }
+    });
+}
+
+TEST(ExpandLog, indexSlotIsSetWhateverHappens) {
+    withTexts(texts, [] {
+        int32_t index = 77;
+        EXPECT_EQ(expandLogEnhanced(nullptr, 0, &index), nullptr);
+        EXPECT_EQ(index, -1);
+        std::string record = recordOf(9, 0, {});
+        index = 77;
+        EXPECT_EQ(expandLogEnhanced(record.data(), 0, &index), nullptr); // no text
+        EXPECT_EQ(index, 9);
+        std::string text = "text";
+        index = 77;
+        EXPECT_EQ(expandLogEnhanced(text.data(), 0, &index), nullptr);
+        EXPECT_EQ(index, -1);
+        std::string comment = "#";
+        index = 77;
+        EXPECT_STREQ(expandLogEnhanced(comment.data(), PARSE_KEEP_COMMENTS, &index), "#");
+        EXPECT_EQ(index, -2);
+        EXPECT_STREQ(expandLogEnhanced(comment.data(), PARSE_KEEP_COMMENTS, nullptr), "#");
+    });
+}
+
+std::string expandedWith(uint32_t flags, std::string line) {
+    const char *text = expandLogEnhanced(line.data(), flags, nullptr);
+    return text == nullptr ? "(null)" : text;
+}
+
+TEST(ExpandLog, freeTextIsRenderedInTheModeOfTheFlags) {
+    withTexts(texts, [] {
+        EXPECT_EQ(expandedWith(PARSE_KEEP_TEXT | 7, "a b\x01\n"), "a b<SOH>\n");
+        EXPECT_EQ(expandedWith(PARSE_KEEP_TEXT | 0x16, "a b\x01\n"), "a<sp>b<soh><nl>");
+        EXPECT_EQ(expandedWith(PARSE_KEEP_TEXT, ""), "");
+        EXPECT_EQ(expandedWith(PARSE_KEEP_COMMENTS, "text"), "(null)");
+        EXPECT_EQ(expanded("text"), "(null)");
+    });
+}
+
+TEST(ExpandLog, malformedRecordsAreFreeText) {
+    withTexts(texts, [] {
+        EXPECT_EQ(expandedWith(PARSE_KEEP_TEXT | 7, "4\x1c"
+                                                    "05A0B1C2Dprog"),
+                  "4<FS>05A0B1C2Dprog");
+        EXPECT_EQ(expandedWith(PARSE_KEEP_TEXT | 7, "4294967291\x1c"
+                                                    "05A0B1C2Dp f:1\x1d"),
+                  "4294967291<FS>05A0B1C2Dp f:1<GS>");
+    });
+}
+
+// Such a record is kept with index 0, without its producer and file.
+TEST(ExpandLog, shortTimeExpandsWithEmptyFields) {
+    withTexts({{0, "zero"}}, [] {
+        chgExpansionFmt("[%N][%S][%L]%M");
+        EXPECT_EQ(expandedWith(PARSE_KEEP_TEXT, "4\x1c"
+                                                "05A0B1C prog f.c:40\x1d"),
+                  "[][][0]zero");
+        chgExpansionFmt("%P %T %N %S:%L\n%M");
+        EXPECT_NE(expandedWith(PARSE_KEEP_TEXT, "4\x1c"
+                                                "05A0B1C prog f.c:40\x1d"),
+                  "(null)");
+    });
+}
+
+TEST(ExpandLog, commentsComeUnchangedAndUnwrapped) {
+    withTexts(texts, [] {
+        chgExpansionCutoff(4);
+        setVisible(1);
+        EXPECT_EQ(expandedWith(PARSE_KEEP_COMMENTS, "# a long comment\x01\n"),
+                  "# a long comment\x01\n");
+        EXPECT_EQ(expandedWith(PARSE_KEEP_COMMENTS, " "), " ");
+        EXPECT_EQ(expandedWith(PARSE_KEEP_TEXT, "long text, not wrapped"),
+                  "long text, not wrapped");
+    });
+}
+
+TEST(ExpandLog, resultIsWrappedAndRendered) {
+    withTexts(texts, [] {
+        chgExpansionCutoff(4);
+        EXPECT_EQ(expandedAs("%N %S", recordOf(4, 0, {})),
+                  "prog \nf.c"); // the blank stands at the cut-off
+        chgExpansionCutoff(0);
+        setVisible(1);
+        EXPECT_EQ(expandedAs("a\tb\\001", recordOf(4, 0, {})), "a\\tb<1>");
+        chgExpansionCutoff(3);
+        EXPECT_EQ(expandedAs("a\tb", recordOf(4, 0, {})), "a\\t\nb");
+    });
+}
+
+TEST(ExpandLog, emptyResultIsEmptyAndTerminated) {
+    withTexts(texts, [] {
+        EXPECT_EQ(expandedAs("", recordOf(4, 0, {})), "");
+        EXPECT_EQ(expandedAs("%N", recordOf(4, 0, {})), "prog");
+        EXPECT_EQ(expandedAs("", recordOf(4, 0, {})), "");
+    });
+}
+
+TEST(ExpandLog, resultMayBeExpandedAgain) {
+    withTexts(texts, [] {
+        // The format rebuilds the record from its parts.
+        chgExpansionFmt("4\\0340%T(%u)%N %S:%L\\034%M(%r)");
+        std::string record = recordOf(2, 0, {"a", "b"});
+        char *first = expandLog(record.data());
+        ASSERT_NE(first, nullptr);
+        const std::string rebuilt = first;
+        EXPECT_EQ(rebuilt, "4\x1c"
+                           "05a0b1c2dprog f.c:40\x1c"
+                           "a\x1c"
+                           "b\x1d");
+        EXPECT_STREQ(expandLog(first), rebuilt.c_str());
+    });
+}
+
+TEST(ExpandLog, atSignsStandForThemselvesUntilTheyNameAField) {
+    withTexts(texts, [] { EXPECT_EQ(expandedAs("a@b %N", recordOf(4, 0, {})), "a@b prog"); });
+}
+
+TEST(ExpandLog, longRecordsPassEveryBlockSize) {
+    withTexts(texts, [] {
+        for (size_t length : {126U, 127U, 128U, 129U, 255U, 256U, 100000U}) {
+            const std::string argument(length, 'x');
+            EXPECT_EQ(expandedAs("%M", recordOf(1, 0, {argument})), "call " + argument + " failed");
+        }
+    });
+}
+
+TEST(ExpandCmpLog, replacesTheExpansionEachTime) {
+    withTexts(texts, [] {
+        chgExpansionFmt("%M");
+        std::string record = recordOf(1, 0, {"x"});
+        LogMsg *msg = parseCmpLog(record.data(), 0);
+        ASSERT_NE(msg, nullptr);
+        msg->spare6 = strdup("spare");
+        expandCmpLog(msg);
+        EXPECT_STREQ(msg->expansion, "call x failed");
+        EXPECT_EQ(msg->spare6, nullptr);
+        chgExpansionFmt("%N");
+        expandCmpLog(msg);
+        EXPECT_STREQ(msg->expansion, "prog");
+        setExpandFmt("");
+        expandCmpLog(msg);
+        EXPECT_EQ(msg->expansion, nullptr);
+        freeLogMsg(msg);
+    });
+}
+
+TEST(ExpandCmpLog, nothingToExpandIsLeftAlone) {
+    expandCmpLog(nullptr);
+    LogMsg msg = {};
+    char expansion[] = "kept";
+    msg.expansion = expansion;
+    expandCmpLog(&msg);
+    EXPECT_EQ(msg.expansion, expansion);
+}
+
+} // namespace

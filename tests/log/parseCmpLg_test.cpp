@@ -1,0 +1,322 @@
+/* Records taken apart: the worked record field by field, tables of what is refused and where, cuts
+   at every byte, and what the keep flags keep. Cases that expand run in a child, since settings and
+   time zone belong to the process. */
+#include "log/logMsg.h"
+
+#include "records.h"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cstring>
+#include <memory>
+
+namespace {
+
+struct Release {
+    void operator()(LogMsg *msg) const { freeLogMsg(msg); }
+};
+using Parsed = std::unique_ptr<LogMsg, Release>;
+
+// The text is parsed in a block of its own size and must come back as it was.
+Parsed parse(const std::string &text, uint32_t flags = 0, int wantExpansion = 0) {
+    char *copy = strdup(text.c_str());
+    Parsed msg(parseCmpLogEnhanced(copy, wantExpansion, flags));
+    EXPECT_STREQ(copy, text.c_str());
+    free(copy);
+    return msg;
+}
+
+std::string record(const std::string &afterTime) {
+    return std::string("12 \x1c"
+                       "35A0B1C2D") +
+           afterTime;
+}
+
+TEST(ParseCmpLg, workedRecordFieldByField) {
+    const std::string text = record("prog f.c:40\x1c"
+                                    "a\x1c\x1d");
+    const Parsed msg = parse(text);
+    ASSERT_NE(msg, nullptr);
+    EXPECT_EQ(msg->record, text);
+    EXPECT_EQ(msg->index, 12);
+    EXPECT_EQ(msg->priority, 3);
+    EXPECT_EQ(msg->time, 0x5A0B1C2D);
+    EXPECT_STREQ(msg->producer, "prog");
+    EXPECT_STREQ(msg->file, "f.c");
+    EXPECT_EQ(msg->line, 40);
+    ASSERT_EQ(msg->argCount, 2);
+    EXPECT_STREQ(msg->args[0].value, "a");
+    EXPECT_STREQ(msg->args[1].value, "");
+    EXPECT_EQ(msg->args[0].spare, nullptr);
+    EXPECT_EQ(msg->args[1].spare, nullptr);
+    EXPECT_EQ(msg->expansion, nullptr);
+    for (const char *spare :
+         {msg->spare1, msg->spare2, msg->spare3, msg->spare4, msg->spare5, msg->spare6})
+        EXPECT_EQ(spare, nullptr);
+}
+
+TEST(ParseCmpLg, brokenDownTimeIsLocal) {
+    expectChildPasses([] {
+        setenv("TZ", "XST-2", 1);
+        const Parsed msg = parse(record("prog f.c:40\x1d"));
+        ASSERT_NE(msg, nullptr);
+        EXPECT_EQ(msg->tm.tm_year, 117);
+        EXPECT_EQ(msg->tm.tm_mon, 10);
+        EXPECT_EQ(msg->tm.tm_mday, 14);
+        EXPECT_EQ(msg->tm.tm_hour, 18);
+        EXPECT_EQ(msg->tm.tm_min, 39);
+        EXPECT_EQ(msg->tm.tm_sec, 9);
+        EXPECT_EQ(msg->tm.tm_wday, 2);
+        EXPECT_EQ(msg->tm.tm_yday, 317);
+        EXPECT_EQ(msg->tm.tm_gmtoff, 7200);
+        EXPECT_STREQ(msg->tm.tm_zone, "XST");
+    });
+}
+
+TEST(ParseCmpLg, timeIsSigned32Bits) {
+    expectChildPasses([] {
+        setenv("TZ", "UTC0", 1);
+        const Parsed msg = parse("1\x1c"
+                                 "0FFFFFFFFp f:1\x1d");
+        ASSERT_NE(msg, nullptr);
+        EXPECT_EQ(msg->time, -1);
+        EXPECT_EQ(msg->tm.tm_year, 69);
+        EXPECT_EQ(msg->tm.tm_sec, 59);
+    });
+}
+
+TEST(ParseCmpLg, nullTextIsRefused) {
+    EXPECT_EQ(parseCmpLog(nullptr, 1), nullptr);
+    EXPECT_EQ(parseCmpLogEnhanced(nullptr, 1, PARSE_KEEP_TEXT | PARSE_KEEP_COMMENTS), nullptr);
+}
+
+TEST(ParseCmpLg, freeingNullIsHarmless) {
+    freeLogMsg(nullptr);
+}
+
+TEST(ParseCmpLg, freeingReleasesEverySpare) {
+    Parsed msg = parse(record("prog f.c:40\x1c"
+                              "a\x1d")); // the leak checker judges
+    ASSERT_NE(msg, nullptr);
+    char **const spares[] = {&msg->spare1, &msg->spare2, &msg->spare3,    &msg->spare4,
+                             &msg->spare5, &msg->spare6, &msg->expansion, &msg->args[0].spare};
+    for (char **spare : spares)
+        *spare = strdup("spare");
+}
+
+struct Fields {
+    const char *name;
+    std::string afterTime;
+    const char *producer, *file;
+    int32_t line;
+    std::vector<std::string> arguments;
+};
+
+const Fields accepted[] = {
+    {"lineEndsInGs", "p f:7\x1d", "p", "f", 7, {}},
+    {"noLineDigits", "p f:\x1c\x1d", "p", "f", 0, {""}},
+    {"manyBlanksAfterProducer", "p \t\n f:7\x1d", "p", "f", 7, {}},
+    {"emptyProducer", " f:7\x1d", "", "f", 7, {}},
+    {"emptyFile", "p :7\x1d", "p", "", 7, {}},
+    {"fileWithBlanksAndPath", "p ../a b/f.c:7\x1d", "p", "../a b/f.c", 7, {}},
+    {"gsInTheProducerDoesNotStopIt", "p\x1dq f:7\x1d", "p\x1dq", "f", 7, {}},
+    {"gsInTheFileDoesNotStopIt", "p f\x1d:7\x1d", "p", "f\x1d", 7, {}},
+    {"ninthHexDigitInTheProducer", "Ebay f:7\x1d", "Ebay", "f", 7, {}},
+    {"bytesAbove0x7F", "\xE9\xFF \xA0:7\x1c\xFF\x1d", "\xE9\xFF", "\xA0", 7, {"\xFF"}},
+    {"largestLine", "p f:2147483647\x1d", "p", "f", 2147483647, {}},
+    {"overlongLineIsClamped", "p f:99999999999999999999999\x1d", "p", "f", 2147483647, {}},
+    {"nothingIsReadBehindGs",
+     "p f:7\x1c"
+     "a\x1d"
+     "b\x1d",
+     "p",
+     "f",
+     7,
+     {"a"}},
+    {"unterminatedTailIsDropped",
+     "p f:7\x1c"
+     "a\x1c"
+     "b\x1c"
+     "tail",
+     "p",
+     "f",
+     7,
+     {"a", "b"}},
+    {"onlyAnUnterminatedTail",
+     "p f:7\x1c"
+     "tail",
+     "p",
+     "f",
+     7,
+     {}},
+    {"argumentsKeepBlanksAndLineFeeds",
+     "p f:7\x1c"
+     " a\nb \x1c:\x1d",
+     "p",
+     "f",
+     7,
+     {" a\nb ", ":"}},
+};
+
+class Accepted : public testing::TestWithParam<Fields> {};
+
+TEST_P(Accepted, givesItsFields) {
+    const Fields &fields = GetParam();
+    const Parsed msg = parse(record(fields.afterTime));
+    ASSERT_NE(msg, nullptr);
+    EXPECT_EQ(msg->index, 12);
+    EXPECT_STREQ(msg->producer, fields.producer);
+    EXPECT_STREQ(msg->file, fields.file);
+    EXPECT_EQ(msg->line, fields.line);
+    ASSERT_EQ(msg->argCount, static_cast<int32_t>(fields.arguments.size()));
+    EXPECT_EQ(msg->args == nullptr, fields.arguments.empty());
+    for (size_t i = 0; i < fields.arguments.size(); ++i)
+        EXPECT_EQ(msg->args[i].value, fields.arguments[i]);
+}
+
+INSTANTIATE_TEST_SUITE_P(ParseCmpLg, Accepted, testing::ValuesIn(accepted),
+                         [](const auto &one) { return std::string(one.param.name); });
+
+struct Fault {
+    const char *name;
+    std::string afterTime;
+    const char *producer, *file; // what stays of a kept text
+};
+
+const Fault faults[] = {
+    {"nothingAfterTheTime", "", nullptr, nullptr},
+    {"producerEndsInFs",
+     "p\x1c"
+     "f:7\x1d",
+     nullptr, nullptr},
+    {"producerEndsTheText", "prog", nullptr, nullptr},
+    {"noFile", "p ", "p", nullptr},
+    {"fsBeforeTheColon", "p f\x1c:7\x1d", "p", nullptr},
+    {"noColon", "p f 7\x1d", "p", nullptr},
+    {"blankAfterTheLine", "p f:7 \x1d", "p", "f"},
+    {"letterInTheLine", "p f:7a\x1d", "p", "f"},
+    {"signBeforeTheLine", "p f:-7\x1d", "p", "f"},
+    {"textEndsAfterTheLine", "p f:7", "p", "f"},
+};
+
+class Faults : public testing::TestWithParam<Fault> {};
+
+TEST_P(Faults, areRefusedOrKeptAsText) {
+    const Fault &fault = GetParam();
+    const std::string text = record(fault.afterTime);
+    EXPECT_EQ(parse(text), nullptr);
+    EXPECT_EQ(parse(text, PARSE_KEEP_COMMENTS), nullptr);
+    const Parsed msg = parse(text, PARSE_KEEP_TEXT);
+    ASSERT_NE(msg, nullptr);
+    EXPECT_EQ(msg->record, text);
+    EXPECT_EQ(msg->index, -1);
+    EXPECT_EQ(msg->priority, 3);
+    EXPECT_EQ(msg->time, 0x5A0B1C2D);
+    EXPECT_EQ(msg->tm.tm_year, 117);
+    EXPECT_STREQ(msg->producer, fault.producer);
+    EXPECT_STREQ(msg->file, fault.file);
+    EXPECT_EQ(msg->argCount, 0);
+    EXPECT_EQ(msg->expansion, nullptr);
+}
+
+INSTANTIATE_TEST_SUITE_P(ParseCmpLg, Faults, testing::ValuesIn(faults),
+                         [](const auto &one) { return std::string(one.param.name); });
+
+TEST(ParseCmpLg, shortTimeIsKeptWithIndexZero) {
+    const std::string text = "12 \x1c"
+                             "35A0B1C prog f.c:40\x1d";
+    EXPECT_EQ(parse(text), nullptr);
+    const Parsed msg = parse(text, PARSE_KEEP_TEXT);
+    ASSERT_NE(msg, nullptr);
+    EXPECT_EQ(msg->index, 0);
+    EXPECT_EQ(msg->priority, 3);
+    EXPECT_EQ(msg->time, 0);
+    EXPECT_EQ(msg->producer, nullptr);
+}
+
+TEST(ParseCmpLg, indexBeyond31BitsIsTextThatKeepsItsIndex) {
+    const std::string text = "4294967291\x1c"
+                             "35A0B1C2Dprog f.c:40\x1d";
+    EXPECT_EQ(parse(text), nullptr);
+    const Parsed msg = parse(text, PARSE_KEEP_TEXT);
+    ASSERT_NE(msg, nullptr);
+    EXPECT_EQ(msg->index, -5);
+}
+
+TEST(ParseCmpLg, everyCutIsRefusedOrDropsTheTail) {
+    const std::string text = record("prog f.c:40\x1c"
+                                    "a\x1c"
+                                    "b\x1d");
+    const size_t line = text.find(":40") + 3;
+    for (size_t length = 0; length < text.size(); ++length) {
+        const Parsed msg = parse(text.substr(0, length));
+        EXPECT_EQ(msg != nullptr, length > line) << length;
+        if (msg != nullptr) {
+            EXPECT_EQ(msg->argCount, length > line + 2 ? 1 : 0) << length;
+        }
+        EXPECT_NE(parse(text.substr(0, length), PARSE_KEEP_TEXT), nullptr) << length;
+    }
+}
+
+TEST(ParseCmpLg, manyArgumentsGrowPastEveryBlock) {
+    std::vector<std::string> arguments;
+    for (int i = 0; i < 1000; ++i)
+        arguments.push_back(std::to_string(i));
+    const Parsed msg = parse(recordOf(1, 2, arguments));
+    ASSERT_NE(msg, nullptr);
+    ASSERT_EQ(msg->argCount, 1000);
+    for (size_t i = 0; i < arguments.size(); ++i)
+        EXPECT_EQ(msg->args[i].value, arguments[i]);
+}
+
+TEST(ParseCmpLg, plainParserRefusesCommentsAndText) {
+    for (const char *line : {"# comment", "  # comment", " \t", "text", "", "  text"}) {
+        char *copy = strdup(line);
+        EXPECT_EQ(parseCmpLog(copy, 1), nullptr) << line;
+        free(copy);
+    }
+}
+
+TEST(ParseCmpLg, commentsAreKeptOnlyOnTheirFlag) {
+    for (const char *line : {"# comment\x01", " # comment", " \t"}) {
+        EXPECT_EQ(parse(line, PARSE_KEEP_TEXT), nullptr);
+        const Parsed plain = parse(line, PARSE_KEEP_COMMENTS);
+        ASSERT_NE(plain, nullptr);
+        EXPECT_EQ(plain->index, -2);
+        EXPECT_EQ(plain->expansion, nullptr);
+        const Parsed shown = parse(line, PARSE_KEEP_COMMENTS, 1);
+        EXPECT_STREQ(shown->expansion, line);
+    }
+}
+
+TEST(ParseCmpLg, textExpandsVisiblyWithNamesAndWhiteSpace) {
+    const Parsed msg = parse("a b\x1c\n", PARSE_KEEP_TEXT, 1);
+    ASSERT_NE(msg, nullptr);
+    EXPECT_EQ(msg->index, -1);
+    EXPECT_STREQ(msg->expansion, "a<SP>b<FS><NL>");
+}
+
+TEST(ParseCmpLg, expansionIsACopyOnlyWhereAsked) {
+    withTexts({{12, "said %s"}}, [] {
+        chgExpansionFmt("%M");
+        std::string text = recordOf(12, 3, {"x"});
+        Parsed msg(parseCmpLog(text.data(), 1));
+        ASSERT_NE(msg, nullptr);
+        EXPECT_STREQ(msg->expansion, "said x");
+        expanded(recordOf(12, 3, {"other"}));
+        EXPECT_STREQ(msg->expansion, "said x");
+        EXPECT_EQ(Parsed(parseCmpLog(text.data(), 0))->expansion, nullptr);
+    });
+}
+
+TEST(ParseCmpLg, failedExpansionLeavesNone) {
+    withTexts({{12, "no slot"}}, [] {
+        std::string text = recordOf(12, 3, {"x"});
+        const Parsed msg(parseCmpLog(text.data(), 1));
+        ASSERT_NE(msg, nullptr);
+        EXPECT_EQ(msg->expansion, nullptr);
+    });
+}
+
+} // namespace
