@@ -3,9 +3,9 @@
 #ifndef QUARNEL_LOG_BYTECLASS_H
 #define QUARNEL_LOG_BYTECLASS_H
 
-#ifdef __cplusplus
-
 #include <ctype.h>
+
+#ifdef __cplusplus
 
 static inline bool isDigitByte(char ch) {
     return isdigit(static_cast<unsigned char>(ch)) != 0;
