@@ -701,6 +701,10 @@ TEST(RegularExp, searchThatFailsEverywhereInALongSubjectIsNotQuadratic) {
     EXPECT_EQ(matched(str(program(oneOrMore(in(range('a', 'z'))), in(range('0', '9')))),
                       (subject + "-a1").c_str()),
               "a1");
+    EXPECT_EQ(
+        matched(str(program(ANCHORED, zeroOrMore(ANY), zeroOrMore(in(range('a', 'z'))), text("b"))),
+                ("b" + subject).c_str()),
+        "b");
 }
 
 // ---- hostile programs
