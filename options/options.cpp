@@ -1,0 +1,619 @@
+#include "options.h"
+
+#include "readInfo.h"
+
+#include "../buffers/arrays.h"
+#include "../buffers/charBuffer.h"
+#include "../core/exactMatch.h"
+#include "../core/mkcopy.h"
+#include "../core/staticObj.h"
+
+#include <ctype.h>
+#include <pwd.h>
+#include <stddef.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
+
+static_assert(sizeof(void *) != 4 ||
+              (offsetof(OptionEntry, destination) == 12 && sizeof(OptionEntry) == 16));
+
+static constexpr char DEFAULTS_FOLDER[] = "/etc/default";
+static constexpr uint32_t FILE_MODES =
+    5; // newlines dropped; backslashes and open quotes join lines
+static constexpr int32_t TEXT_INCREMENT = 128;
+
+// The position, counted from 1, tells the value: odd is true, even is false.
+static constexpr const char *BOOLEAN_WORDS[] = {"T", "F",   "TRUE", "FALSE", "ON",    "OFF",  "Y",
+                                                "N", "YES", "NO",   "SET",   "CLEAR", nullptr};
+
+static pthread_mutex_t defaultOptionLock = PTHREAD_MUTEX_INITIALIZER;
+static OptionEntry *defaultOption; // a private copy with copied texts, or none
+static pthread_mutex_t primaryFileLock = PTHREAD_MUTEX_INITIALIZER;
+static char *primaryFile;
+
+static void releaseRest(void *buffer) {
+    freeCharBuffer(static_cast<CharBuffer *>(buffer));
+}
+
+static StaticObj statementObj = {free, nullptr, PTHREAD_MUTEX_INITIALIZER, 0, 0};
+static StaticObj restObj = {releaseRest, nullptr, PTHREAD_MUTEX_INITIALIZER, 0, 0};
+
+static bool isBlank(char ch) {
+    return isspace(static_cast<unsigned char>(ch)) != 0;
+}
+
+static bool startsName(char ch) {
+    return isalpha(static_cast<unsigned char>(ch)) != 0 || ch == '_';
+}
+
+static bool continuesName(char ch) {
+    return isalnum(static_cast<unsigned char>(ch)) != 0 || ch == '_';
+}
+
+static char *skipBlanks(char *text) {
+    while (isBlank(*text))
+        ++text;
+    return text;
+}
+
+// A new text of the first length characters.
+static char *copySpan(const char *text, size_t length) {
+    char *copy = static_cast<char *>(malloc(length + 1));
+    if (copy != nullptr) {
+        memcpy(copy, text, length);
+        copy[length] = '\0';
+    }
+    return copy;
+}
+
+// A text that is released when it goes out of scope.
+struct OwnedText {
+    char *text;
+    ~OwnedText() { freecopy(text); }
+};
+
+static const char *baseName(const char *path) {
+    const char *slash = strrchr(path, '/');
+    return slash == nullptr ? path : slash + 1;
+}
+
+static OptionEntry *copyEntry(const OptionEntry *entry) {
+    OptionEntry *copy = static_cast<OptionEntry *>(malloc(sizeof(OptionEntry)));
+    if (copy != nullptr)
+        *copy = {mkcopy(entry->name), mkcopy(entry->defaultValue), entry->handler,
+                 entry->destination};
+    return copy;
+}
+
+static void freeEntry(OptionEntry *entry) {
+    if (entry == nullptr)
+        return;
+    freecopy(entry->name);
+    freecopy(entry->defaultValue);
+    free(entry);
+}
+
+// ---- statements ----
+
+// The calling thread's copy of the text to work on, in place of its previous one. The text may lie
+// in that one or in the thread's rest buffer: it is copied before either changes.
+static char *workingCopy(const char *text) {
+    char *copy = mkcopy(text);
+    if (copy == nullptr)
+        return nullptr;
+    char *previous = static_cast<char *>(fetchStaticObj(&statementObj));
+    if (storeStaticObj(&statementObj, copy) != 0) {
+        freecopy(copy);
+        return nullptr;
+    }
+    freecopy(previous);
+    return copy;
+}
+
+static CharBuffer *emptiedRestBuffer() {
+    CharBuffer *buffer = static_cast<CharBuffer *>(fetchStaticObj(&restObj));
+    if (buffer == nullptr) {
+        buffer = mkCharBuffer(TEXT_INCREMENT);
+        if (buffer == nullptr)
+            return nullptr;
+        if (storeStaticObj(&restObj, buffer) != 0) {
+            freeCharBuffer(buffer);
+            return nullptr;
+        }
+    }
+    buffer->next = buffer->text;
+    return buffer;
+}
+
+// Collects a value in place, from its first character; sets valueEnd behind its last one and
+// returns the character that ended it.
+static char *collectValue(char *from, char **valueEnd) {
+    char *to = from;
+    char quote = '\0';
+    for (; *from != '\0'; ++from) {
+        const char ch = *from;
+        const bool isQuote = ch == '"' || ch == '\'' || ch == '`';
+        if (isQuote && (quote == '\0' || quote == ch)) {
+            quote = quote == '\0' ? ch : '\0';
+            if (ch == '`') // stays for the expansion, which runs the command
+                *to++ = ch;
+        } else if (quote == '\0' && (ch == '#' || ch == ';' || isBlank(ch))) {
+            break;
+        } else if (ch == '\\') {
+            if (from[1] == '\0')
+                break;
+            *to++ = *++from;
+        } else {
+            *to++ = ch;
+        }
+    }
+    *valueEnd = to;
+    return from;
+}
+
+int parseXeqY(intptr_t, intptr_t, const char *line, char **name, char **value, char **rest) {
+    if (rest != nullptr)
+        *rest = nullptr;
+    if (name != nullptr)
+        *name = nullptr;
+    if (value != nullptr)
+        *value = nullptr;
+    if (line == nullptr || name == nullptr || value == nullptr)
+        return 0;
+    while (isBlank(*line))
+        ++line;
+    if (*line == '\0' || *line == '#')
+        return 0;
+    char *text = workingCopy(line);
+    CharBuffer *restBuffer = text == nullptr ? nullptr : emptiedRestBuffer();
+    if (restBuffer == nullptr || !startsName(*text))
+        return 0;
+    char *nameEnd = text;
+    while (continuesName(*nameEnd))
+        ++nameEnd;
+    char *sign = skipBlanks(nameEnd);
+    const bool hasSign = *sign == '=';
+    *nameEnd = '\0';
+    *name = text;
+    if (!hasSign)
+        return 0;
+    text = skipBlanks(sign + 1);
+    if (*text == '\0')
+        return 1;
+    char *valueEnd;
+    const char *end = collectValue(text, &valueEnd);
+    // The value may end just where the rest begins: the rest is taken before the value is
+    // terminated.
+    if (rest != nullptr && *end != '\0')
+        *rest = putStrCharBuffer(restBuffer, end);
+    *valueEnd = '\0';
+    *value = text;
+    return 1;
+}
+
+// ---- expansion ----
+
+// Where an expansion stands: what is still to read, and what was written.
+struct Expansion {
+    char *from;
+    CharBuffer *out;
+};
+
+static void put(Expansion &expansion, const char *text) {
+    if (text != nullptr)
+        putStrCharBuffer(expansion.out, text);
+}
+
+static const char *getenvSpan(const char *name, size_t length) {
+    const OwnedText copy = {copySpan(name, length)};
+    return copy.text == nullptr ? nullptr : getenv(copy.text);
+}
+
+// ${name:Xword}: puts the variable's value or what the operator X makes of the expanded word.
+static void expandOperator(Expansion &expansion, const char *name, size_t nameLength, char *colon,
+                           char *brace) {
+    const char *current = getenvSpan(name, nameLength);
+    const bool isSet = current != nullptr && *current != '\0';
+    const char symbol = colon + 1 < brace ? colon[1] : '\0';
+    if (isSet && symbol != '+') {
+        put(expansion, current);
+        return;
+    }
+    char *wordStart = colon + 1 < brace ? colon + 2 : brace;
+    const OwnedText word = {copySpan(wordStart, static_cast<size_t>(brace - wordStart))};
+    const OwnedText expanded = {shellVariable(word.text)};
+    if (symbol == '-' || symbol == '=' || (symbol == '+' && isSet))
+        put(expansion, expanded.text);
+    if (symbol == '=') {
+        const OwnedText nameCopy = {copySpan(name, nameLength)};
+        setEnvVar(nameCopy.text, expanded.text);
+    }
+}
+
+// At the "{" of "${": false when no "}" closes it, which ends the whole expansion.
+static bool expandBraces(Expansion &expansion) {
+    char *name = expansion.from + 1;
+    char *brace = strchr(name, '}');
+    if (brace == nullptr)
+        return false;
+    char *colon = static_cast<char *>(memchr(name, ':', static_cast<size_t>(brace - name)));
+    if (colon == nullptr)
+        put(expansion, getenvSpan(name, static_cast<size_t>(brace - name)));
+    else
+        expandOperator(expansion, name, static_cast<size_t>(colon - name), colon, brace);
+    expansion.from = brace + 1;
+    return true;
+}
+
+// At a "$"; false when the expansion ends here.
+static bool expandDollar(Expansion &expansion) {
+    char *next = ++expansion.from;
+    if (*next == '{')
+        return expandBraces(expansion);
+    if (startsName(*next)) {
+        while (continuesName(*expansion.from))
+            ++expansion.from;
+        put(expansion, getenvSpan(next, static_cast<size_t>(expansion.from - next)));
+        return true;
+    }
+    fputCharBuffer(expansion.out, '$');
+    if (*next != '\0') {
+        fputCharBuffer(expansion.out, *next);
+        ++expansion.from;
+    }
+    return true;
+}
+
+// At a backquote.
+static void expandCommand(Expansion &expansion) {
+    OwnedText output = {nullptr};
+    expansion.from = quotedShCmd(expansion.from, &output.text);
+    put(expansion, output.text);
+    if (*expansion.from == '`')
+        ++expansion.from;
+}
+
+// At a "~".
+static void expandHome(Expansion &expansion) {
+    const char *user = ++expansion.from;
+    size_t length = 0;
+    while (isalnum(static_cast<unsigned char>(user[length])) != 0)
+        ++length;
+    const OwnedText name = {length == 0 ? nullptr : copySpan(user, length)};
+    const passwd *entry = nullptr;
+    if (name.text != nullptr) {
+        setpwent();
+        entry = getpwnam(name.text);
+        endpwent();
+    }
+    if (entry == nullptr) {
+        fputCharBuffer(expansion.out, '~');
+        return;
+    }
+    put(expansion, entry->pw_dir);
+    expansion.from += length;
+}
+
+// At a blank outside quotes.
+static void squeezeBlanks(Expansion &expansion) {
+    expansion.from = skipBlanks(expansion.from);
+    if (*expansion.from != '\0')
+        fputCharBuffer(expansion.out, ' ');
+}
+
+static void copyOne(Expansion &expansion) {
+    fputCharBuffer(expansion.out, *expansion.from++);
+}
+
+// Takes one step, at a character other than the end; false when the expansion ends here. The order
+// of the tests is the order of the rules.
+static bool expandStep(Expansion &expansion, char &quote) {
+    const char ch = *expansion.from;
+    if (ch == '\\') {
+        if (*++expansion.from == '\0')
+            return false;
+        copyOne(expansion);
+    } else if (quote != '\0' && ch == quote) {
+        quote = '\0';
+        ++expansion.from;
+    } else if (quote == '\'') {
+        copyOne(expansion);
+    } else if (ch == '$') {
+        return expandDollar(expansion);
+    } else if (ch == '`') {
+        expandCommand(expansion);
+    } else if (ch == '~') {
+        expandHome(expansion);
+    } else if (quote == '"') {
+        copyOne(expansion);
+    } else if (ch == '\'' || ch == '"') {
+        quote = ch;
+        ++expansion.from;
+    } else if (isBlank(ch)) {
+        squeezeBlanks(expansion);
+    } else {
+        copyOne(expansion);
+    }
+    return true;
+}
+
+char *shellVariable(char *text) {
+    if (text == nullptr)
+        return nullptr;
+    Expansion expansion = {text, mkCharBuffer(TEXT_INCREMENT)};
+    if (expansion.out == nullptr)
+        return nullptr;
+    char quote = '\0';
+    while (*expansion.from != '\0' && expandStep(expansion, quote)) {
+    }
+    if (putStrCharBuffer(expansion.out, nullptr) == nullptr) {
+        freeCharBuffer(expansion.out);
+        return nullptr;
+    }
+    return detachCharBuffer(expansion.out);
+}
+
+// The command's whole output as a new text, less one final newline; null when it cannot be run or
+// kept.
+static char *outputOf(const char *command) {
+    CharBuffer *output = mkCharBuffer(TEXT_INCREMENT);
+    FILE *stream = output == nullptr ? nullptr : popen(command, "r");
+    if (stream == nullptr) {
+        freeCharBuffer(output);
+        return nullptr;
+    }
+    for (int ch; (ch = getc(stream)) != EOF;)
+        fputCharBuffer(output, static_cast<char>(ch));
+    pclose(stream);
+    if (output->next > output->text && output->next[-1] == '\n')
+        removeLastCharBufferChar(output);
+    if (putStrCharBuffer(output, nullptr) == nullptr) {
+        freeCharBuffer(output);
+        return nullptr;
+    }
+    return detachCharBuffer(output);
+}
+
+char *quotedShCmd(char *text, char **result) {
+    if (result != nullptr)
+        *result = nullptr;
+    if (text == nullptr || *text != '`')
+        return text;
+    char *end = text + 1;
+    while (*end != '\0' && *end != '`')
+        end += *end == '\\' && end[1] != '\0' ? 2 : 1;
+    const OwnedText command = {copySpan(text + 1, static_cast<size_t>(end - text - 1))};
+    if (command.text == nullptr || *command.text == '\0')
+        return end;
+    OwnedText output = {outputOf(command.text)};
+    if (result != nullptr) {
+        *result = output.text;
+        output.text = nullptr;
+    }
+    return end;
+}
+
+int setEnvVar(const char *name, const char *value) {
+    if (name == nullptr)
+        return 0;
+    if (value == nullptr)
+        value = "";
+    const size_t size = strlen(name) + strlen(value) + 2;
+    char *assignment = static_cast<char *>(malloc(size));
+    if (assignment == nullptr)
+        return -1;
+    snprintf(assignment, size, "%s=%s", name, value);
+    return putenv(assignment);
+}
+
+// ---- processing ----
+
+// What a statement without a handler does.
+static void exportOption(const OptionEntry *entry, const char *name, const char *value) {
+    setEnvVar(name, value == nullptr ? entry->defaultValue : value);
+}
+
+static void apply(OptionEntry *entry, char *name, char *value) {
+    if (entry->handler != nullptr)
+        entry->handler(entry, name, value);
+    else
+        exportOption(entry, name, value);
+}
+
+static OptionEntry *findRow(OptionEntry *table, const char *name) {
+    if (table != nullptr)
+        for (; table->name != nullptr; ++table)
+            if (strcmp(table->name, name) == 0)
+                return table;
+    return nullptr;
+}
+
+// Works on a copy, since the handler may replace the default option.
+static void applyDefaultOption(char *name, char *value) {
+    pthread_mutex_lock(&defaultOptionLock);
+    OptionEntry *entry = defaultOption == nullptr ? nullptr : copyEntry(defaultOption);
+    pthread_mutex_unlock(&defaultOptionLock);
+    if (entry != nullptr)
+        apply(entry, name, value);
+    freeEntry(entry);
+}
+
+// The name, too, is a copy: a handler that parses replaces the thread's working texts.
+static void applyStatement(OptionEntry *table, const char *parsedName, char *parsedValue) {
+    const OwnedText name = {mkcopy(parsedName)};
+    const bool hasText = parsedValue != nullptr && *parsedValue != '\0';
+    const OwnedText value = {hasText ? shellVariable(parsedValue) : mkcopy(parsedValue)};
+    if (name.text == nullptr)
+        return;
+    OptionEntry *row = findRow(table, name.text);
+    if (row != nullptr)
+        apply(row, name.text, value.text);
+    else
+        applyDefaultOption(name.text, value.text);
+}
+
+// The next statement in what parseXeqY left of a line, or null.
+static const char *nextStatement(char *rest) {
+    if (rest == nullptr)
+        return nullptr;
+    rest = skipBlanks(rest);
+    if (*rest != ';')
+        return nullptr;
+    rest = skipBlanks(rest + 1);
+    return *rest == '\0' || *rest == '#' ? nullptr : rest;
+}
+
+static void processLine(const char *line, OptionEntry *table) {
+    OwnedText current = {nullptr};
+    while (line != nullptr) {
+        char *name, *value, *rest;
+        if (parseXeqY(0, 0, line, &name, &value, &rest) == 0)
+            return;
+        char *following = mkcopy(nextStatement(rest));
+        applyStatement(table, name, value);
+        freecopy(current.text);
+        current.text = following;
+        line = following;
+    }
+}
+
+int processOptions(char **lines, OptionEntry *table) {
+    if (lines == nullptr)
+        return 0;
+    for (; *lines != nullptr; ++lines)
+        processLine(*lines, table);
+    return 1;
+}
+
+int processOptionsFile(const char *path, OptionEntry *table) {
+    const uint32_t array = path == nullptr ? 0 : readFileIntoArray(path, 0, FILE_MODES);
+    const ArrayDescriptor *descriptor = arrayValidDescriptor(array);
+    if (descriptor == nullptr)
+        return 0;
+    if (descriptor->count == 0)
+        return 1; // kept: the array stays open
+    const int result = processOptions(static_cast<char **>(descriptor->storage), table);
+    arrayClose(array);
+    return result;
+}
+
+static char *copyOfPrimaryFile() {
+    pthread_mutex_lock(&primaryFileLock);
+    char *copy = mkcopy(primaryFile);
+    pthread_mutex_unlock(&primaryFileLock);
+    return copy;
+}
+
+void processProgramOptions(const char *program, OptionEntry *table) {
+    if (table != nullptr)
+        for (OptionEntry *row = table; row->name != nullptr; ++row)
+            if (row->handler != nullptr && row->defaultValue != nullptr)
+                row->handler(row, row->name, row->defaultValue);
+    if (program == nullptr)
+        return;
+    const OwnedText primary = {copyOfPrimaryFile()};
+    if (primary.text != nullptr && access(primary.text, R_OK) == 0) {
+        processOptionsFile(primary.text, table);
+        return;
+    }
+    const OwnedText standard = {createStandardOptionsName("", program)};
+    if (standard.text != nullptr && access(standard.text, R_OK) == 0)
+        processOptionsFile(standard.text, table);
+}
+
+// ---- handlers and settings ----
+
+static const char *textFor(const OptionEntry *entry, const char *value) {
+    return value == nullptr ? entry->defaultValue : value;
+}
+
+void optStr(OptionEntry *entry, char *, char *value) {
+    if (entry->destination != nullptr)
+        *static_cast<char **>(entry->destination) = mkcopy(textFor(entry, value));
+}
+
+// Stores the number if it is the whole text; long may be wider than what is stored.
+static bool wholeNumber(const char *text, long *number) {
+    char *end;
+    *number = strtol(text, &end, 0);
+    return *end == '\0';
+}
+
+void optInteger(OptionEntry *entry, char *, char *value) {
+    const char *text = textFor(entry, value);
+    long number;
+    if (text == nullptr || entry->destination == nullptr || !wholeNumber(text, &number))
+        return;
+    const long clamped = number > INT32_MAX ? INT32_MAX : number < INT32_MIN ? INT32_MIN : number;
+    *static_cast<int32_t *>(entry->destination) = static_cast<int32_t>(clamped);
+}
+
+void optEnv(OptionEntry *entry, char *name, char *value) {
+    setEnvVar(name, textFor(entry, value));
+}
+
+// Writes the bytes that change and no other, so that an upper-case default may be a constant.
+static void toUpperInPlace(char *text) {
+    for (; *text != '\0'; ++text) {
+        const char upper = static_cast<char>(toupper(static_cast<unsigned char>(*text)));
+        if (upper != *text)
+            *text = upper;
+    }
+}
+
+void optBool(OptionEntry *entry, char *, char *value) {
+    char *text = value == nullptr ? entry->defaultValue : value;
+    if (text == nullptr)
+        return;
+    toUpperInPlace(text);
+    int32_t *destination = static_cast<int32_t *>(entry->destination);
+    if (destination == nullptr)
+        return;
+    if (isdigit(static_cast<unsigned char>(*text)) != 0 || *text == '-' || *text == '+') {
+        long number;
+        if (wholeNumber(text, &number))
+            *destination = number != 0 ? 1 : 0;
+        return;
+    }
+    const uint32_t position = exactMatch(text, BOOLEAN_WORDS);
+    if (position != 0)
+        *destination = position % 2 == 1 ? 1 : 0;
+}
+
+void setDefaultOption(OptionEntry *entry) {
+    OptionEntry *previous = nullptr;
+    pthread_mutex_lock(&defaultOptionLock);
+    if (entry != defaultOption) {
+        previous = defaultOption;
+        defaultOption = entry == nullptr ? nullptr : copyEntry(entry);
+    }
+    pthread_mutex_unlock(&defaultOptionLock);
+    freeEntry(previous);
+}
+
+void makeDfltOptionEnv() {
+    OptionEntry exporter = {nullptr, nullptr, optEnv, nullptr};
+    setDefaultOption(&exporter);
+}
+
+void setPrimaryOptionsFile(const char *path) {
+    char *copy = mkcopy(path);
+    pthread_mutex_lock(&primaryFileLock);
+    char *previous = primaryFile;
+    primaryFile = copy;
+    pthread_mutex_unlock(&primaryFileLock);
+    freecopy(previous);
+}
+
+char *createStandardOptionsName(const char *prefix, const char *program) {
+    if (prefix == nullptr || program == nullptr)
+        return nullptr;
+    const char *name = baseName(program);
+    const size_t size = strlen(prefix) + sizeof DEFAULTS_FOLDER + 1 + strlen(name);
+    char *path = static_cast<char *>(malloc(size));
+    if (path != nullptr)
+        snprintf(path, size, "%s%s/%s", prefix, DEFAULTS_FOLDER, name);
+    return path;
+}
