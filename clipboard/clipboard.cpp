@@ -1,0 +1,520 @@
+#include "clipboard.h"
+
+#include "../buffers/arrays.h"
+#include "../buffers/charBuffer.h"
+#include "../core/mkcopy.h"
+#include "../options/options.h"
+#include "../options/readInfo.h"
+
+#include <ctype.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <stddef.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+static_assert(sizeof(void *) != 4 ||
+              (offsetof(Clipboard, entries) == 12 && sizeof(Clipboard) == 16));
+static_assert(sizeof(ClipEntry) == 4 * sizeof(char *));
+
+static constexpr uint32_t READER_MODES =
+    5; // newlines dropped; backslashes and open quotes join lines
+static constexpr uint32_t WRITE_MASK = CLIP_MODIFIED | CLIP_EXPANDED;
+static constexpr char QUOTED_CHARACTERS[] = " \t'\"`|^<>;#&[]{}()$\n\r\f\b";
+static constexpr mode_t NEW_FILE_MODE = 0666; // less the umask
+
+static const char *skipBlanks(const char *text) {
+    while (isspace(static_cast<unsigned char>(*text)) != 0)
+        ++text;
+    return text;
+}
+
+static void freeTexts(ClipEntry *entry) {
+    freecopy(entry->comment);
+    freecopy(entry->name);
+    freecopy(entry->value);
+    freecopy(entry->trailer);
+}
+
+// ---- opening ----
+
+// Waits for the exclusive lock on the whole file.
+static bool lockWhole(int fd) {
+    struct flock lock = {};
+    lock.l_type = F_WRLCK;
+    lock.l_whence = SEEK_SET;
+    while (fcntl(fd, F_SETLKW, &lock) == -1)
+        if (errno != EINTR)
+            return false;
+    return true;
+}
+
+static void closeKeepingErrno(int fd) {
+    const int kept = errno;
+    close(fd);
+    errno = kept;
+}
+
+// Whether the path still names the open file: who waited for the lock may hold that of a file
+// removed meanwhile.
+static bool isStillNamed(int fd, const char *path) {
+    struct stat open, named;
+    return fstat(fd, &open) == 0 && stat(path, &named) == 0 && open.st_dev == named.st_dev &&
+           open.st_ino == named.st_ino;
+}
+
+// A descriptor of the file with the lock held, or -1 with errno.
+static int openLocked(const char *path, int flags) {
+    for (;;) {
+        const int fd = open(path, O_RDWR | O_CLOEXEC | flags, NEW_FILE_MODE);
+        if (fd == -1)
+            return -1;
+        if (!lockWhole(fd)) {
+            closeKeepingErrno(fd);
+            return -1;
+        }
+        if (isStillNamed(fd, path))
+            return fd;
+        close(fd);
+    }
+}
+
+static Clipboard *makeClipboard(const char *path, FILE *stream) {
+    Clipboard *clipboard = static_cast<Clipboard *>(calloc(1, sizeof(Clipboard)));
+    if (clipboard == nullptr)
+        return nullptr;
+    clipboard->path = mkcopy(path);
+    clipboard->stream = stream;
+    if (clipboard->path == nullptr) {
+        free(clipboard);
+        return nullptr;
+    }
+    return clipboard;
+}
+
+// Takes the descriptor over; null and closed on failure.
+static Clipboard *clipboardOn(const char *path, int fd, const char *mode) {
+    if (fd == -1)
+        return nullptr;
+    FILE *stream = fdopen(fd, mode);
+    if (stream == nullptr) {
+        closeKeepingErrno(fd);
+        return nullptr;
+    }
+    Clipboard *clipboard = makeClipboard(path, stream);
+    if (clipboard == nullptr)
+        fclose(stream);
+    return clipboard;
+}
+
+Clipboard *newClipboard(const char *path) {
+    if (path == nullptr)
+        return nullptr;
+    const int fd = openLocked(path, O_CREAT);
+    if (fd != -1 && ftruncate(fd, 0) == -1) {
+        closeKeepingErrno(fd);
+        return nullptr;
+    }
+    return clipboardOn(path, fd, "w+");
+}
+
+Clipboard *modifyClipboard(const char *path) {
+    if (path == nullptr)
+        return nullptr;
+    int fd = openLocked(path, 0);
+    // Not emptied here: whoever else made the file since may have written into it.
+    if (fd == -1)
+        fd = openLocked(path, O_CREAT);
+    return clipboardOn(path, fd, "r+");
+}
+
+// ---- entries ----
+
+static ArrayDescriptor *entriesOf(const Clipboard *clipboard) {
+    return clipboard == nullptr ? nullptr : arrayValidDescriptor(clipboard->entries);
+}
+
+static ClipEntry *entryAt(const ArrayDescriptor *entries, uint32_t position) {
+    return static_cast<ClipEntry *>(entries->storage) + position;
+}
+
+static bool hasName(const ClipEntry *entry, const char *name) {
+    if (name == nullptr || entry->name == nullptr)
+        return name == entry->name;
+    return strcmp(entry->name, name) == 0;
+}
+
+ClipEntry *getClipEntry(Clipboard *clipboard, const char *name) {
+    const ArrayDescriptor *entries = entriesOf(clipboard);
+    if (entries == nullptr)
+        return nullptr;
+    for (uint32_t position = 0; position < entries->count; ++position)
+        if (hasName(entryAt(entries, position), name))
+            return entryAt(entries, position);
+    return nullptr;
+}
+
+char *findClipEntryValue(Clipboard *clipboard, const char *name) {
+    if (name == nullptr || *name == '\0')
+        return nullptr;
+    const ClipEntry *entry = getClipEntry(clipboard, name);
+    return entry == nullptr ? nullptr : entry->value;
+}
+
+// Copies the four texts; false, nothing kept, when one cannot be copied.
+static bool copyTexts(ClipEntry *copy, const char *comment, const char *name, const char *value,
+                      const char *trailer) {
+    *copy = {mkcopy(comment), mkcopy(name), mkcopy(value), mkcopy(trailer)};
+    const bool whole = (comment == nullptr) == (copy->comment == nullptr) &&
+                       (name == nullptr) == (copy->name == nullptr) &&
+                       (value == nullptr) == (copy->value == nullptr) &&
+                       (trailer == nullptr) == (copy->trailer == nullptr);
+    if (!whole)
+        freeTexts(copy);
+    return whole;
+}
+
+static void replaceText(char **place, char *text) {
+    freecopy(*place);
+    *place = text;
+}
+
+static int replaceTexts(Clipboard *clipboard, ClipEntry *entry, const char *comment,
+                        const char *value, const char *trailer) {
+    ClipEntry copy; // made before anything is released: the texts may be the entry's own
+    if (!copyTexts(&copy, comment, nullptr, value, trailer))
+        return 0;
+    replaceText(&entry->value, copy.value);
+    if (comment != nullptr)
+        replaceText(&entry->comment, copy.comment);
+    if (trailer != nullptr)
+        replaceText(&entry->trailer, copy.trailer);
+    clipboard->flags |= CLIP_MODIFIED;
+    return 1;
+}
+
+int addClipEntry(Clipboard *clipboard, const char *comment, const char *name, const char *value,
+                 const char *trailer) {
+    if (entriesOf(clipboard) == nullptr || name == nullptr || *name == '\0')
+        return 0;
+    ClipEntry *existing = getClipEntry(clipboard, name);
+    if (existing != nullptr)
+        return replaceTexts(clipboard, existing, comment, value, trailer);
+    ClipEntry entry;
+    if (!copyTexts(&entry, comment, name, value, trailer))
+        return 0;
+    if (arrayPut(clipboard->entries, &entry) == nullptr) {
+        freeTexts(&entry);
+        return 0;
+    }
+    clipboard->flags |= CLIP_MODIFIED;
+    return 1;
+}
+
+int insertClipEntry(Clipboard *clipboard, const char *before, const char *comment, const char *name,
+                    const char *value, const char *trailer) {
+    if (name == nullptr || *name == '\0')
+        return 0;
+    const ClipEntry *place = getClipEntry(clipboard, before);
+    if (place == nullptr || findClipEntryValue(clipboard, name) != nullptr)
+        return 0;
+    // By position: appending may move the entries.
+    const size_t position = static_cast<size_t>(place - entryAt(entriesOf(clipboard), 0));
+    ClipEntry entry;
+    if (!copyTexts(&entry, comment, name, value, trailer))
+        return 0;
+    if (arrayPut(clipboard->entries, nullptr) == nullptr) {
+        freeTexts(&entry);
+        return 0;
+    }
+    const ArrayDescriptor *entries = entriesOf(clipboard);
+    ClipEntry *freed = entryAt(entries, 0) + position;
+    memmove(freed + 1, freed, (entries->count - 1 - position) * sizeof(ClipEntry));
+    *freed = entry;
+    clipboard->flags |= CLIP_MODIFIED;
+    return 1;
+}
+
+int deleteClipEntry(Clipboard *clipboard, const char *name) {
+    ClipEntry *entry = getClipEntry(clipboard, name);
+    if (entry == nullptr)
+        return 0;
+    freeTexts(entry);
+    arrayDel(clipboard->entries, entry);
+    clipboard->flags |= CLIP_MODIFIED;
+    return 1;
+}
+
+int32_t expandClipEntries(Clipboard *clipboard) {
+    if (clipboard == nullptr)
+        return -1;
+    const ArrayDescriptor *entries = entriesOf(clipboard);
+    int32_t changed = 0;
+    for (uint32_t position = 0; entries != nullptr && position < entries->count; ++position) {
+        ClipEntry *entry = entryAt(entries, position);
+        if (entry->value == nullptr || *entry->value == '\0')
+            continue;
+        char *expanded = shellVariable(entry->value);
+        if (expanded == nullptr || strcmp(expanded, entry->value) == 0) {
+            freecopy(expanded);
+            continue;
+        }
+        replaceText(&entry->value, expanded);
+        clipboard->flags |= CLIP_EXPANDED;
+        ++changed;
+    }
+    return changed;
+}
+
+uint32_t getClipboardFlags(Clipboard *clipboard) {
+    return clipboard == nullptr ? 0 : clipboard->flags;
+}
+
+uint32_t setClipboardFlags(Clipboard *clipboard, uint32_t flags) {
+    const uint32_t previous = getClipboardFlags(clipboard);
+    if (clipboard != nullptr)
+        clipboard->flags = flags;
+    return previous;
+}
+
+uint32_t addClipboardFlags(Clipboard *clipboard, uint32_t bits) {
+    return setClipboardFlags(clipboard, getClipboardFlags(clipboard) | bits);
+}
+
+uint32_t removeClipboardFlags(Clipboard *clipboard, uint32_t bits) {
+    return setClipboardFlags(clipboard, getClipboardFlags(clipboard) & ~bits);
+}
+
+// ---- loading ----
+
+static void releaseEntries(Clipboard *clipboard) {
+    const ArrayDescriptor *entries = entriesOf(clipboard);
+    if (entries == nullptr)
+        return;
+    for (uint32_t position = 0; position < entries->count; ++position)
+        freeTexts(entryAt(entries, position));
+    arrayClose(clipboard->entries);
+    clipboard->entries = 0;
+}
+
+// The comment lines read so far that no entry has taken yet; text is null while there are none.
+struct PendingComment {
+    CharBuffer *lines;
+
+    void append(const char *line) {
+        if (lines == nullptr)
+            lines = mkCharBuffer(0);
+        putStrCharBuffer(lines, line);
+        putStrCharBuffer(lines, "\n");
+    }
+    char *take() {
+        char *text = detachCharBuffer(lines);
+        lines = nullptr;
+        return text;
+    }
+};
+
+// The next assignment on the line behind a value, or null when what follows is the entry's trailer.
+static const char *nextAssignment(const char *rest) {
+    if (rest == nullptr)
+        return nullptr;
+    rest = skipBlanks(rest);
+    if (*rest != ';')
+        return nullptr;
+    rest = skipBlanks(rest + 1);
+    return *rest == '#' ? nullptr : rest;
+}
+
+static void loadLine(Clipboard *clipboard, const char *line, PendingComment &pending) {
+    char *name, *value, *rest;
+    while (line != nullptr && parseXeqY(0, 0, line, &name, &value, &rest) != 0) {
+        line = nextAssignment(rest);
+        ClipEntry entry = {pending.take(), mkcopy(name), mkcopy(value),
+                           line == nullptr ? mkcopy(rest) : nullptr};
+        if (arrayPut(clipboard->entries, &entry) == nullptr)
+            freeTexts(&entry);
+    }
+}
+
+static bool isCommentLine(const char *line) {
+    line = skipBlanks(line);
+    return *line == '\0' || *line == '#';
+}
+
+// Comment lines of a file without any assignment are not kept.
+static void keepFinalComment(Clipboard *clipboard, PendingComment &pending) {
+    ClipEntry entry = {pending.take(), nullptr, nullptr, nullptr};
+    const ArrayDescriptor *entries = entriesOf(clipboard);
+    if (entry.comment == nullptr || entries->count == 0 ||
+        arrayPut(clipboard->entries, &entry) == nullptr)
+        freeTexts(&entry);
+}
+
+uint32_t getClipboard(Clipboard *clipboard) {
+    if (clipboard == nullptr || clipboard->stream == nullptr)
+        return 0;
+    releaseEntries(clipboard);
+    rewind(clipboard->stream);
+    clipboard->flags = 0;
+    clipboard->entries = arrayOpen(0, sizeof(ClipEntry));
+    if (clipboard->entries == 0)
+        return 0;
+    ReadInfo saved;
+    resetReadLine(&saved);
+    setReadLineModes(READER_MODES);
+    PendingComment pending = {nullptr};
+    for (const char *line; (line = readQuotedLine(clipboard->stream)) != nullptr;) {
+        if (isCommentLine(line))
+            pending.append(line);
+        else
+            loadLine(clipboard, line, pending);
+    }
+    keepFinalComment(clipboard, pending);
+    setReadLine(&saved);
+    return clipboard->entries;
+}
+
+// ---- writing ----
+
+// False when memory ran out on the way.
+static bool putText(CharBuffer *out, const char *text) {
+    return putStrCharBuffer(out, text) != nullptr;
+}
+
+static bool putQuoted(CharBuffer *out, const char *text) {
+    if (strpbrk(text, QUOTED_CHARACTERS) == nullptr)
+        return putText(out, text);
+    bool whole = putText(out, "\"");
+    for (; whole && *text != '\0'; ++text) {
+        const char escaped[] = {'\\', *text, '\0'};
+        whole = putText(out, *text == '"' || *text == '\\' ? escaped : escaped + 1);
+    }
+    return whole && putText(out, "\"");
+}
+
+int quotePuts(const char *text, FILE *stream) {
+    if (text == nullptr || stream == nullptr)
+        return 0;
+    CharBuffer *quoted = mkCharBuffer(0);
+    if (quoted == nullptr)
+        return 0;
+    const bool whole = putQuoted(quoted, text) && fputs(quoted->text, stream) != EOF;
+    freeCharBuffer(quoted);
+    return whole && ferror(stream) == 0 ? 1 : 0;
+}
+
+static bool putEntry(CharBuffer *out, const ClipEntry *entry) {
+    if (!putText(out, entry->comment))
+        return false;
+    if (entry->name == nullptr)
+        return true;
+    return putText(out, entry->name) && putText(out, "=") &&
+           (entry->value == nullptr || putQuoted(out, entry->value)) &&
+           putText(out, entry->trailer) && putText(out, "\n");
+}
+
+// The new text of the file, whole before the file is touched.
+struct NewText {
+    CharBuffer *text = mkCharBuffer(4096);
+    int64_t *ends = nullptr; // where each entry's text ends
+    ~NewText() {
+        freeCharBuffer(text);
+        free(ends);
+    }
+    bool compose(const ArrayDescriptor *entries) {
+        ends = static_cast<int64_t *>(calloc(entries->count + size_t{1}, sizeof(int64_t)));
+        bool whole = text != nullptr && ends != nullptr;
+        for (uint32_t position = 0; whole && position < entries->count; ++position) {
+            whole = putEntry(text, entryAt(entries, position));
+            ends[position] = text->next - text->text;
+        }
+        return whole;
+    }
+};
+
+// A file made anew in place of one that cannot be reopened, with that one's owner and permissions;
+// -1 if none can be.
+static int recreate(const Clipboard *clipboard) {
+    struct stat old;
+    if (fstat(fileno(clipboard->stream), &old) == -1) {
+        old.st_mode = NEW_FILE_MODE;
+        old.st_uid = getuid();
+        old.st_gid = getgid();
+    }
+    unlink(clipboard->path);
+    const int fd = open(clipboard->path, O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, NEW_FILE_MODE);
+    if (fd == -1)
+        return -1;
+    // The owner first: changing it may clear permission bits.
+    if (fchown(fd, old.st_uid, old.st_gid) == -1 || fchmod(fd, old.st_mode & 07777) == -1)
+        errno = 0; // as much as this process may do
+    return fd;
+}
+
+// The emptied file to write to: the one already open if it is empty, else a second descriptor,
+// locked as well.
+static int openForRewriting(const Clipboard *clipboard) {
+    struct stat status;
+    const int current = fileno(clipboard->stream);
+    if (fstat(current, &status) == 0 && status.st_size == 0 && lseek(current, 0, SEEK_SET) == 0)
+        return current;
+    int fd = open(clipboard->path, O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, NEW_FILE_MODE);
+    if (fd == -1)
+        fd = recreate(clipboard);
+    if (fd != -1)
+        lockWhole(fd);
+    return fd;
+}
+
+static int64_t writeWhole(int fd, const char *bytes, int64_t count) {
+    int64_t written = 0;
+    while (written < count) {
+        const ssize_t step = write(fd, bytes + written, static_cast<size_t>(count - written));
+        if (step > 0)
+            written += step;
+        else if (step == 0 || errno != EINTR)
+            break;
+    }
+    return written;
+}
+
+// Writes the entries; returns how many with a name were written whole, -1 when the text could not
+// be composed or the file not be had.
+static int32_t rewriteFile(const Clipboard *clipboard, const ArrayDescriptor *entries) {
+    NewText composed;
+    if (!composed.compose(entries))
+        return -1;
+    const int fd = openForRewriting(clipboard);
+    if (fd == -1)
+        return -1;
+    const int64_t written =
+        writeWhole(fd, composed.text->text, composed.text->next - composed.text->text);
+    // Closing any descriptor of the file drops the lock: this one only now that all is written, the
+    // old one after it.
+    if (fd != fileno(clipboard->stream))
+        close(fd);
+    int32_t count = 0;
+    for (uint32_t position = 0; position < entries->count; ++position)
+        if (entryAt(entries, position)->name != nullptr && composed.ends[position] <= written)
+            ++count;
+    return count;
+}
+
+int32_t closeClipboard(Clipboard *clipboard) {
+    const ArrayDescriptor *entries = entriesOf(clipboard);
+    if (entries == nullptr || clipboard->stream == nullptr)
+        return 0;
+    const bool isChanged = (clipboard->flags & WRITE_MASK) == CLIP_MODIFIED;
+    const int32_t result = isChanged ? rewriteFile(clipboard, entries) : 0;
+    releaseEntries(clipboard);
+    fclose(clipboard->stream);
+    freecopy(clipboard->path);
+    free(clipboard);
+    return result;
+}
+
+int removeClipboard(const char *path) {
+    return path == nullptr ? -1 : unlink(path);
+}

@@ -1,0 +1,567 @@
+/* Clipboard files on a real disk, with real locks between real processes. What a file becomes is
+ * compared byte for byte. */
+#include "clipboard/clipboard.h"
+
+#include "buffers/arrays.h"
+#include "options/readInfo.h"
+#include "support/childProcess.h"
+#include "support/tempDir.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <fcntl.h>
+#include <string>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+
+namespace {
+
+struct Case {
+    TempDir folder;
+    std::string path = folder.file("clip");
+
+    Clipboard *load(const std::string &content) {
+        folder.write("clip", content);
+        return reload();
+    }
+    Clipboard *reload() {
+        Clipboard *clipboard = modifyClipboard(path.c_str());
+        EXPECT_NE(clipboard, nullptr);
+        EXPECT_NE(getClipboard(clipboard), 0U);
+        return clipboard;
+    }
+    std::string content() const { return folder.read("clip"); }
+};
+
+const ArrayDescriptor &entriesOf(const Clipboard *clipboard) {
+    return arrDescPtr[clipboard->entries];
+}
+
+const ClipEntry &entryAt(const Clipboard *clipboard, uint32_t position) {
+    return static_cast<const ClipEntry *>(entriesOf(clipboard).storage)[position];
+}
+
+// What the file becomes when it is loaded, marked as changed and closed.
+std::string rewritten(const std::string &content, int32_t *count = nullptr) {
+    Case test;
+    Clipboard *clipboard = test.load(content);
+    addClipboardFlags(clipboard, CLIP_MODIFIED);
+    const int32_t written = closeClipboard(clipboard);
+    if (count != nullptr)
+        *count = written;
+    return test.content();
+}
+
+TEST(Clipboard, loadsNamesValuesCommentsAndTrailers) {
+    Case test;
+    Clipboard *clipboard = test.load("# head\n\nA=1 # one\nB='two words'\n  # tail\n");
+    ASSERT_EQ(entriesOf(clipboard).count, 3U);
+    EXPECT_STREQ(entryAt(clipboard, 0).comment, "# head\n\n");
+    EXPECT_STREQ(entryAt(clipboard, 0).name, "A");
+    EXPECT_STREQ(entryAt(clipboard, 0).value, "1");
+    EXPECT_STREQ(entryAt(clipboard, 0).trailer, " # one");
+    EXPECT_EQ(entryAt(clipboard, 1).comment, nullptr);
+    EXPECT_STREQ(entryAt(clipboard, 1).value, "two words");
+    EXPECT_EQ(entryAt(clipboard, 1).trailer, nullptr);
+    EXPECT_STREQ(entryAt(clipboard, 2).comment, "  # tail\n");
+    EXPECT_EQ(entryAt(clipboard, 2).name, nullptr);
+    EXPECT_EQ(getClipEntry(clipboard, nullptr), &entryAt(clipboard, 2));
+    EXPECT_EQ(getClipboardFlags(clipboard), 0U);
+    closeClipboard(clipboard);
+}
+
+TEST(Clipboard, severalAssignmentsOnALineComeOutOneToALine) {
+    Case test;
+    Clipboard *clipboard = test.load("# c\nA=1 ; B=2 # note\n");
+    ASSERT_EQ(entriesOf(clipboard).count, 2U);
+    EXPECT_STREQ(entryAt(clipboard, 0).comment, "# c\n");
+    EXPECT_EQ(entryAt(clipboard, 0).trailer, nullptr);
+    EXPECT_EQ(entryAt(clipboard, 1).comment, nullptr);
+    EXPECT_STREQ(entryAt(clipboard, 1).trailer, " # note");
+    addClipboardFlags(clipboard, CLIP_MODIFIED);
+    EXPECT_EQ(closeClipboard(clipboard), 2);
+    EXPECT_EQ(test.content(), "# c\nA=1\nB=2 # note\n");
+}
+
+TEST(Clipboard, rewritingKeepsWhatTheFileHolds) {
+    const struct {
+        const char *before;
+        const char *after;
+    } cases[] = {
+        {"A=1\n", "A=1\n"},
+        {"A=1", "A=1\n"},
+        {"A=\n", "A=\n"},
+        {"A=''\n", "A=\n"},
+        {"A='x y'\n", "A=\"x y\"\n"},
+        {"A=a\\;b\n", "A=\"a;b\"\n"},
+        {"A=\"q\\\"q\"\n", "A=\"q\\\"q\"\n"},
+        {"A=1 ;# c\n", "A=1 ;# c\n"},
+        {"A=1 B=2\n", "A=1 B=2\n"},
+        {"A=1;\n", "A=1\n"},
+        {"A='x\ny'\n", "A=\"x\ny\"\n"},
+        {"A=x\\\ny\n", "A=xy\n"},
+        {"A=1\r\n", "A=1\r\n"},
+        {"# a\n\n  \nA=1\n# b\n", "# a\n\n  \nA=1\n# b\n"},
+        {"no assignment\nA=1\n", "A=1\n"},
+        {"# c\nno assignment\nA=1\n", "# c\nA=1\n"},
+        {"# only\n# comments\n", ""},
+        {"", ""},
+    };
+    for (const auto &row : cases) {
+        EXPECT_EQ(rewritten(row.before), row.after) << "before: " << row.before;
+        EXPECT_EQ(rewritten(row.after), row.after) << "the second time, after: " << row.after;
+    }
+}
+
+TEST(Clipboard, commentOnlyEntriesAreWrittenButNotCounted) {
+    int32_t count;
+    rewritten("A=1\nB=2\n# end\n", &count);
+    EXPECT_EQ(count, 2);
+}
+
+TEST(Clipboard, unchangedFileIsNotTouched) {
+    Case test;
+    Clipboard *clipboard = test.load("A='1'   ;   B=2");
+    EXPECT_EQ(closeClipboard(clipboard), 0);
+    EXPECT_EQ(test.content(), "A='1'   ;   B=2");
+}
+
+TEST(Clipboard, addingReplacesTheValueAlwaysAndTheRestWhereGiven) {
+    Case test;
+    Clipboard *clipboard = test.load("# c\nA=1 # t\n");
+    EXPECT_EQ(addClipEntry(clipboard, nullptr, "A", "2", nullptr), 1);
+    EXPECT_EQ(addClipEntry(clipboard, nullptr, "B", "new", nullptr), 1);
+    EXPECT_EQ(addClipEntry(clipboard, "# d\n", "C", nullptr, " # u"), 1);
+    EXPECT_EQ(getClipboardFlags(clipboard), static_cast<uint32_t>(CLIP_MODIFIED));
+    EXPECT_EQ(closeClipboard(clipboard), 3);
+    EXPECT_EQ(test.content(), "# c\nA=2 # t\nB=new\n# d\nC= # u\n");
+    clipboard = test.reload();
+    EXPECT_EQ(addClipEntry(clipboard, "# x\n", "A", nullptr, " # y"), 1);
+    EXPECT_EQ(findClipEntryValue(clipboard, "A"), nullptr);
+    closeClipboard(clipboard);
+    // The blanks behind an empty value belong to the "=".
+    EXPECT_EQ(test.content(), "# x\nA= # y\nB=new\n# d\nC=# u\n");
+}
+
+TEST(Clipboard, textsOfTheEntryItselfMayBePassedIn) {
+    Case test;
+    Clipboard *clipboard = test.load("# c\nA=one # t\n");
+    const ClipEntry *entry = getClipEntry(clipboard, "A");
+    EXPECT_EQ(addClipEntry(clipboard, entry->value, entry->name, entry->trailer, entry->comment),
+              1);
+    EXPECT_STREQ(entry->comment, "one");
+    EXPECT_STREQ(entry->value, " # t");
+    EXPECT_STREQ(entry->trailer, "# c\n");
+    closeClipboard(clipboard);
+}
+
+TEST(Clipboard, insertingPutsTheEntryBeforeTheOneNamed) {
+    Case test;
+    Clipboard *clipboard = test.load("A=1\nC=3\n# end\n");
+    EXPECT_EQ(insertClipEntry(clipboard, "C", nullptr, "B", "2", nullptr), 1);
+    EXPECT_EQ(insertClipEntry(clipboard, nullptr, nullptr, "D", "4", nullptr), 1);
+    EXPECT_EQ(insertClipEntry(clipboard, "A", "# first\n", "_", "0", nullptr), 1);
+    EXPECT_EQ(closeClipboard(clipboard), 5);
+    EXPECT_EQ(test.content(), "# first\n_=0\nA=1\nB=2\nC=3\nD=4\n# end\n");
+}
+
+TEST(Clipboard, insertingWhereTheArrayGrowsFindsThePlaceByPosition) {
+    Case test;
+    Clipboard *clipboard = test.load("A=1\nB=2\n");
+    for (int number = 0; number < 30; ++number)
+        EXPECT_EQ(insertClipEntry(clipboard, "B", nullptr, ("N" + std::to_string(number)).c_str(),
+                                  "x", nullptr),
+                  1);
+    EXPECT_STREQ(entryAt(clipboard, 0).name, "A");
+    EXPECT_STREQ(entryAt(clipboard, 1).name, "N0");
+    EXPECT_STREQ(entryAt(clipboard, 30).name, "N29");
+    EXPECT_STREQ(entryAt(clipboard, 31).name, "B");
+    closeClipboard(clipboard);
+}
+
+TEST(Clipboard, insertingIsRefusedWithoutAPlaceANameOrForAValueThatExists) {
+    Case test;
+    Clipboard *clipboard = test.load("A=1\n");
+    EXPECT_EQ(insertClipEntry(clipboard, "X", nullptr, "B", "2", nullptr), 0);
+    EXPECT_EQ(insertClipEntry(clipboard, nullptr, nullptr, "B", "2", nullptr), 0);
+    EXPECT_EQ(insertClipEntry(clipboard, "A", nullptr, nullptr, "2", nullptr), 0);
+    EXPECT_EQ(insertClipEntry(clipboard, "A", nullptr, "", "2", nullptr), 0);
+    EXPECT_EQ(insertClipEntry(clipboard, "A", nullptr, "A", "2", nullptr), 0);
+    EXPECT_EQ(getClipboardFlags(clipboard), 0U);
+    closeClipboard(clipboard);
+}
+
+TEST(Clipboard, entryWithoutValueDoesNotBlockAnInsertion) {
+    Case test;
+    Clipboard *clipboard = test.load("A=\nB=2\n");
+    ASSERT_EQ(getClipEntry(clipboard, "A")->value, nullptr);
+    EXPECT_EQ(insertClipEntry(clipboard, "B", nullptr, "A", "2", nullptr), 1);
+    closeClipboard(clipboard);
+    EXPECT_EQ(test.content(), "A=\nA=2\nB=2\n");
+}
+
+TEST(Clipboard, deletingRemovesTheFirstOfThatName) {
+    Case test;
+    Clipboard *clipboard = test.load("A=1\nB=2\nA=3\n# end\n");
+    EXPECT_EQ(deleteClipEntry(clipboard, "A"), 1);
+    EXPECT_STREQ(findClipEntryValue(clipboard, "A"), "3");
+    EXPECT_EQ(deleteClipEntry(clipboard, nullptr), 1);
+    EXPECT_EQ(deleteClipEntry(clipboard, nullptr), 0);
+    EXPECT_EQ(deleteClipEntry(clipboard, "X"), 0);
+    EXPECT_EQ(closeClipboard(clipboard), 2);
+    EXPECT_EQ(test.content(), "B=2\nA=3\n");
+}
+
+TEST(Clipboard, lookupsOfNothingFindNothing) {
+    Case test;
+    Clipboard *clipboard = test.load("A=1\n");
+    EXPECT_STREQ(findClipEntryValue(clipboard, "A"), "1");
+    EXPECT_EQ(findClipEntryValue(clipboard, "a"), nullptr);
+    EXPECT_EQ(findClipEntryValue(clipboard, ""), nullptr);
+    EXPECT_EQ(findClipEntryValue(clipboard, nullptr), nullptr);
+    EXPECT_EQ(getClipEntry(clipboard, nullptr), nullptr);
+    closeClipboard(clipboard);
+}
+
+TEST(Clipboard, expandedValuesNeverReachTheFile) {
+    expectChildPasses([] {
+        setenv("CLIP_TEST", "value", 1);
+        Case test;
+        Clipboard *clipboard = test.load("A=\\$CLIP_TEST\nB=plain\nC=\n");
+        EXPECT_EQ(expandClipEntries(clipboard), 1);
+        EXPECT_STREQ(findClipEntryValue(clipboard, "A"), "value");
+        EXPECT_EQ(getClipboardFlags(clipboard), static_cast<uint32_t>(CLIP_EXPANDED));
+        EXPECT_EQ(addClipEntry(clipboard, nullptr, "D", "4", nullptr), 1);
+        EXPECT_EQ(closeClipboard(clipboard), 0);
+        EXPECT_EQ(test.content(), "A=\\$CLIP_TEST\nB=plain\nC=\n");
+    });
+}
+
+TEST(Clipboard, flagsForceAndSuppressTheRewriting) {
+    Case test;
+    Clipboard *clipboard = test.load("A='1'\n");
+    EXPECT_EQ(setClipboardFlags(clipboard, CLIP_MODIFIED | 8), 0U);
+    EXPECT_EQ(removeClipboardFlags(clipboard, CLIP_MODIFIED), CLIP_MODIFIED | 8U);
+    EXPECT_EQ(addClipboardFlags(clipboard, CLIP_MODIFIED), 8U);
+    EXPECT_EQ(getClipboardFlags(clipboard), CLIP_MODIFIED | 8U);
+    EXPECT_EQ(closeClipboard(clipboard), 1);
+    EXPECT_EQ(test.content(), "A=1\n");
+    clipboard = test.reload();
+    addClipEntry(clipboard, nullptr, "A", "2", nullptr);
+    removeClipboardFlags(clipboard, CLIP_MODIFIED);
+    EXPECT_EQ(closeClipboard(clipboard), 0);
+    EXPECT_EQ(test.content(), "A=1\n");
+}
+
+TEST(Clipboard, newClipboardEmptiesTheFileAndStartsWithoutFlags) {
+    Case test;
+    test.folder.write("clip", "A=1\n");
+    Clipboard *clipboard = newClipboard(test.path.c_str());
+    EXPECT_EQ(getClipboardFlags(clipboard), 0U);
+    EXPECT_NE(getClipboard(clipboard), 0U);
+    EXPECT_EQ(addClipEntry(clipboard, nullptr, "B", "2", nullptr), 1);
+    EXPECT_EQ(closeClipboard(clipboard), 1);
+    EXPECT_EQ(test.content(), "B=2\n");
+}
+
+TEST(Clipboard, shrinkingFileLeavesNoTail) {
+    Case test;
+    Clipboard *clipboard = test.load("A=" + std::string(5000, 'x') + "\n");
+    addClipEntry(clipboard, nullptr, "A", "1", nullptr);
+    EXPECT_EQ(closeClipboard(clipboard), 1);
+    EXPECT_EQ(test.content(), "A=1\n");
+}
+
+TEST(Clipboard, modifyMakesAMissingFile) {
+    Case test;
+    Clipboard *clipboard = modifyClipboard(test.path.c_str());
+    ASSERT_NE(clipboard, nullptr);
+    getClipboard(clipboard);
+    addClipEntry(clipboard, nullptr, "A", "1", nullptr);
+    EXPECT_EQ(closeClipboard(clipboard), 1);
+    EXPECT_EQ(test.content(), "A=1\n");
+}
+
+TEST(Clipboard, unopenablePathGivesNullWithErrno) {
+    errno = 0;
+    EXPECT_EQ(newClipboard("/nonexistent/folder/clip"), nullptr);
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(modifyClipboard("/nonexistent/folder/clip"), nullptr);
+    EXPECT_EQ(newClipboard(nullptr), nullptr);
+    EXPECT_EQ(modifyClipboard(nullptr), nullptr);
+}
+
+TEST(Clipboard, nullClipboardsGiveTheFailureValues) {
+    EXPECT_EQ(getClipboard(nullptr), 0U);
+    EXPECT_EQ(getClipEntry(nullptr, "A"), nullptr);
+    EXPECT_EQ(findClipEntryValue(nullptr, "A"), nullptr);
+    EXPECT_EQ(addClipEntry(nullptr, nullptr, "A", "1", nullptr), 0);
+    EXPECT_EQ(insertClipEntry(nullptr, nullptr, nullptr, "A", "1", nullptr), 0);
+    EXPECT_EQ(deleteClipEntry(nullptr, "A"), 0);
+    EXPECT_EQ(expandClipEntries(nullptr), -1);
+    EXPECT_EQ(getClipboardFlags(nullptr), 0U);
+    EXPECT_EQ(setClipboardFlags(nullptr, 1), 0U);
+    EXPECT_EQ(addClipboardFlags(nullptr, 1), 0U);
+    EXPECT_EQ(removeClipboardFlags(nullptr, 1), 0U);
+    EXPECT_EQ(closeClipboard(nullptr), 0);
+}
+
+TEST(Clipboard, unloadedClipboardRefusesEntriesAndIsNotReleased) {
+    expectChildPasses([] {
+        Case test;
+        static Clipboard *clipboard; // still reachable when the process ends
+        clipboard = newClipboard(test.path.c_str());
+        EXPECT_EQ(addClipEntry(clipboard, nullptr, "A", "1", nullptr), 0);
+        EXPECT_EQ(insertClipEntry(clipboard, nullptr, nullptr, "A", "1", nullptr), 0);
+        EXPECT_EQ(expandClipEntries(clipboard), 0);
+        EXPECT_EQ(closeClipboard(clipboard), 0);
+        const pid_t child = fork();
+        if (child == 0) {
+            struct flock lock = {};
+            lock.l_type = F_WRLCK;
+            const int fd = open(test.path.c_str(), O_RDWR);
+            _exit(fcntl(fd, F_SETLK, &lock) == -1 ? 0 : 1);
+        }
+        int status = -1;
+        waitpid(child, &status, 0);
+        EXPECT_EQ(status, 0) << "the file is no longer locked";
+    });
+}
+
+TEST(Clipboard, loadingTwiceReplacesTheEntries) {
+    expectChildPasses([] {
+        Case test;
+        Clipboard *clipboard = test.load("A=1\n");
+        addClipEntry(clipboard, nullptr, "B", "2", nullptr);
+        const uint32_t open = arrDescPtr->count;
+        EXPECT_NE(getClipboard(clipboard), 0U);
+        EXPECT_EQ(arrDescPtr->count, open);
+        EXPECT_EQ(entriesOf(clipboard).count, 1U);
+        EXPECT_EQ(getClipboardFlags(clipboard), 0U);
+        closeClipboard(clipboard);
+    });
+}
+
+TEST(Clipboard, readersNestedInAnotherReadingDisturbNothing) {
+    Case test;
+    const std::string outer = test.folder.write("outer", "first\nsecond\n");
+    FILE *stream = fopen(outer.c_str(), "r");
+    setReadLineModes(1);
+    const char *line = readLine(stream);
+    Clipboard *clipboard = test.load("A='1\n2'\n");
+    EXPECT_STREQ(line, "first");
+    EXPECT_EQ(ri_modes, 1U);
+    EXPECT_STREQ(readLine(stream), "second");
+    closeClipboard(clipboard);
+    fclose(stream);
+    resetReadLine(nullptr);
+}
+
+TEST(Clipboard, unwritableFileIsMadeAnewWithItsModeAndOwner) {
+    if (geteuid() != 0)
+        GTEST_SKIP() << "needs root, to change its identity";
+    expectChildPasses([] {
+        Case test;
+        Clipboard *clipboard = test.load("A=1\n");
+        chmod(test.path.c_str(), 0440);
+        ASSERT_EQ(chown(test.path.c_str(), 12345, 54321), 0);
+        ASSERT_EQ(chmod(test.folder.path().c_str(), 0777), 0);
+        struct stat before, after;
+        stat(test.path.c_str(), &before);
+        ASSERT_EQ(setegid(54321), 0);
+        ASSERT_EQ(seteuid(12345), 0); // the owner, but without the right to write
+        addClipEntry(clipboard, nullptr, "A", "2", nullptr);
+        EXPECT_EQ(closeClipboard(clipboard), 1);
+        ASSERT_EQ(seteuid(0), 0);
+        ASSERT_EQ(setegid(0), 0);
+        EXPECT_EQ(test.content(), "A=2\n");
+        stat(test.path.c_str(), &after);
+        EXPECT_NE(after.st_ino, before.st_ino);
+        EXPECT_EQ(after.st_mode & 07777, 0440U);
+        EXPECT_EQ(after.st_uid, 12345U);
+        EXPECT_EQ(after.st_gid, 54321U);
+    });
+}
+
+TEST(Clipboard, fileThatCannotBeHadAtAllGivesMinusOne) {
+    expectChildPasses([] {
+        Case test;
+        Clipboard *clipboard = test.load("A=1\n");
+        addClipEntry(clipboard, nullptr, "A", "2", nullptr);
+        unlink(test.path.c_str());
+        ASSERT_EQ(mkdir(test.path.c_str(), 0755), 0);
+        EXPECT_EQ(closeClipboard(clipboard), -1);
+    });
+}
+
+TEST(Clipboard, removingUnlinksTheFile) {
+    Case test;
+    test.folder.write("clip", "");
+    EXPECT_EQ(removeClipboard(test.path.c_str()), 0);
+    EXPECT_EQ(removeClipboard(test.path.c_str()), -1);
+    EXPECT_EQ(removeClipboard(nullptr), -1);
+}
+
+std::string quoted(const char *text, int *result) {
+    FILE *stream = tmpfile();
+    *result = quotePuts(text, stream);
+    rewind(stream);
+    char bytes[100] = "";
+    const size_t count = fread(bytes, 1, sizeof bytes - 1, stream);
+    fclose(stream);
+    return std::string(bytes, count);
+}
+
+TEST(QuotePuts, quotesOnlyWhatNeedsIt) {
+    const struct {
+        const char *text;
+        const char *expected;
+    } cases[] = {{"", ""},
+                 {"plain", "plain"},
+                 {"a/b=c.d", "a/b=c.d"},
+                 {"a b", "\"a b\""},
+                 {"a\tb", "\"a\tb\""},
+                 {"a'b", "\"a'b\""},
+                 {"a\"b", "\"a\\\"b\""},
+                 {"a\\b", "a\\b"},
+                 {"a\\ b", "\"a\\\\ b\""},
+                 {"a\nb", "\"a\nb\""},
+                 {"a\rb", "\"a\rb\""},
+                 {"a\vb", "a\vb"}};
+    int result;
+    for (const auto &row : cases) {
+        EXPECT_EQ(quoted(row.text, &result), row.expected);
+        EXPECT_EQ(result, 1);
+    }
+    for (const char ch : std::string(" \t'\"`|^<>;#&[]{}()$\n\r\f\b"))
+        EXPECT_EQ(quoted((std::string("x") + ch).c_str(), &result).front(), '"')
+            << static_cast<int>(ch);
+    EXPECT_EQ(quoted(nullptr, &result), "");
+    EXPECT_EQ(result, 0);
+}
+
+TEST(QuotePuts, streamErrorGivesZero) {
+    FILE *stream = fopen("/dev/full", "w");
+    setvbuf(stream, nullptr, _IONBF, 0);
+    EXPECT_EQ(quotePuts("text", stream), 0);
+    fclose(stream);
+}
+
+TEST(Clipboard, fullDiskCountsOnlyWhatWasWritten) {
+    Clipboard *clipboard = modifyClipboard("/dev/full");
+    ASSERT_NE(clipboard, nullptr);
+    ASSERT_NE(arrDescPtr, nullptr);
+    closeClipboard(clipboard);
+}
+
+void raiseCounter(const std::string &path) {
+    Clipboard *clipboard = modifyClipboard(path.c_str());
+    getClipboard(clipboard);
+    const char *value = findClipEntryValue(clipboard, "counter");
+    const int next = (value == nullptr ? 0 : atoi(value)) + 1;
+    addClipEntry(clipboard, nullptr, "counter", std::to_string(next).c_str(), nullptr);
+    closeClipboard(clipboard);
+}
+
+void expectNoLostUpdate(const std::string &first) {
+    constexpr int PROCESSES = 8, ROUNDS = 50;
+    Case test;
+    if (!first.empty())
+        test.folder.write("clip", first);
+    pid_t children[PROCESSES];
+    for (pid_t &child : children) {
+        child = fork();
+        if (child == 0) {
+            for (int round = 0; round < ROUNDS; ++round)
+                raiseCounter(test.path);
+            _exit(0);
+        }
+    }
+    for (const pid_t child : children) {
+        int status = -1;
+        waitpid(child, &status, 0);
+        EXPECT_EQ(status, 0);
+    }
+    Clipboard *clipboard = test.reload();
+    EXPECT_STREQ(findClipEntryValue(clipboard, "counter"),
+                 std::to_string(PROCESSES * ROUNDS).c_str());
+    closeClipboard(clipboard);
+}
+
+TEST(Clipboard, eightProcessesLoseNoUpdate) {
+    expectNoLostUpdate("# shared\ncounter=0\nother='x y'\n");
+}
+
+TEST(Clipboard, eightProcessesLoseNoUpdateOfAFileThatIsNotThereYet) {
+    expectNoLostUpdate("");
+}
+
+void waitMilliseconds(long milliseconds) {
+    const timespec pause = {0, milliseconds * 1000000};
+    nanosleep(&pause, nullptr);
+}
+
+TEST(Clipboard, processKilledWhileItWaitsForTheLockChangesNothing) {
+    Case test;
+    Clipboard *clipboard = test.load("A=1\n");
+    const pid_t child = fork();
+    if (child == 0) {
+        newClipboard(test.path.c_str());
+        _exit(0);
+    }
+    waitMilliseconds(100);
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
+    EXPECT_EQ(test.content(), "A=1\n");
+    addClipEntry(clipboard, nullptr, "A", "2", nullptr);
+    EXPECT_EQ(closeClipboard(clipboard), 1);
+    EXPECT_EQ(test.content(), "A=2\n");
+}
+
+TEST(Clipboard, lockWaitGoesOnAfterASignal) {
+    Case test;
+    Clipboard *clipboard = test.load("A=1\n");
+    const pid_t child = fork();
+    if (child == 0) {
+        struct sigaction action = {};
+        action.sa_handler = [](int) {};
+        sigaction(SIGUSR1, &action, nullptr);
+        Clipboard *waiting = modifyClipboard(test.path.c_str());
+        getClipboard(waiting);
+        const char *value = findClipEntryValue(waiting, "A");
+        _exit(value != nullptr && value[0] == '2' ? 0 : 1);
+    }
+    for (int round = 0; round < 5; ++round) {
+        waitMilliseconds(30);
+        kill(child, SIGUSR1);
+    }
+    addClipEntry(clipboard, nullptr, "A", "2", nullptr);
+    closeClipboard(clipboard);
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+}
+
+TEST(Clipboard, waiterOnAFileMadeAnewSeesTheNewOne) {
+    Case test;
+    Clipboard *clipboard = test.load("A=1\n");
+    const pid_t child = fork();
+    if (child == 0) {
+        Clipboard *waiting = modifyClipboard(test.path.c_str());
+        getClipboard(waiting);
+        const char *value = findClipEntryValue(waiting, "A");
+        _exit(value != nullptr && value[0] == '9' ? 0 : 1);
+    }
+    waitMilliseconds(100);
+    unlink(test.path.c_str());
+    test.folder.write("clip", "A=9\n");
+    closeClipboard(clipboard);
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+}
+
+} // namespace
