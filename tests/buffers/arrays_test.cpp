@@ -642,14 +642,28 @@ ISOLATED(ArrayFatal, isToldOfEachDamage) {
     EXPECT_EQ(table->storage, nullptr);
 }
 
-void closeOneAndOpenOne(const char *message) {
+bool lockWasFree = true;
+
+void noteAccessLock(const char *) {
+    lockWasFree = accessLockIsFree();
+}
+
+ISOLATED(ArrayFatal, isToldUnderTheAccessLock) {
+    arraySetFatalFunc(noteAccessLock);
+    arrayInit(2)->increment = 0;
+    arrayAudit();
+    EXPECT_FALSE(lockWasFree);
+    EXPECT_TRUE(accessLockIsFree());
+}
+
+void closeOneAndSpoilTheCount(const char *message) {
     noteFatal(message);
     arrayClose(1);
     arrDescPtr[0].count = 2;
 }
 
 ISOLATED(ArrayFatal, mayUseArraysItself) {
-    arraySetFatalFunc(closeOneAndOpenOne);
+    arraySetFatalFunc(closeOneAndSpoilTheCount);
     arrayInit(2);
     openInts(3);
     arrDescPtr[0].count = 9;
