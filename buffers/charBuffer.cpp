@@ -106,7 +106,7 @@ char *putStrCharBuffer(CharBuffer *buffer, const char *text) {
 int removeLastCharBufferChar(CharBuffer *buffer) {
     if (buffer == nullptr || buffer->next <= buffer->text)
         return -1;
-    const int removed = static_cast<signed char>(*--buffer->next);
+    const signed char removed = static_cast<signed char>(*--buffer->next);
     *buffer->next = '\0';
     return removed;
 }
