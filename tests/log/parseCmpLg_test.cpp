@@ -190,6 +190,7 @@ const Fault faults[] = {
      "p\x1c"
      "f:7\x1d",
      nullptr, nullptr},
+    {"fsInTheProducer", std::string("p\x1c") + "q f:7\x1d", nullptr, nullptr},
     {"producerEndsTheText", "prog", nullptr, nullptr},
     {"noFile", "p ", "p", nullptr},
     {"fsBeforeTheColon", "p f\x1c:7\x1d", "p", nullptr},
