@@ -1,0 +1,257 @@
+#include "logFields.h"
+
+#include "catalogue.h"
+#include "dataDict.h"
+
+#include "../core/mkcopy.h"
+#include "../options/readInfo.h"
+
+#include <stddef.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+static_assert(sizeof(void *) != 4 || (offsetof(LogField, type) == 5 &&
+                                      offsetof(LogField, second) == 8 && sizeof(LogField) == 12));
+static_assert(sizeof(void *) != 4 ||
+              (offsetof(LogFieldList, number) == 8 && sizeof(LogFieldList) == 12));
+static_assert(sizeof(off_t) == 8, "a dictionary may pass 2 GiB");
+
+// The path of one of the two files.
+struct FileName {
+    char *current;
+    char *previous;
+};
+
+static FileName mapName;
+static FileName dictName;
+static FILE *mapFile; // both open, or both null
+static FILE *dictFile;
+static LogFieldList **cache; // by message number; null while closed
+static uint32_t messageCount;
+static CharBuffer *line;
+
+// ---- names
+
+static char *setName(FileName *name, const char *path) {
+    // Copied first: it may be the previous name.
+    char *copy = mkcopy(path);
+    freecopy(name->previous);
+    name->previous = name->current;
+    name->current = copy;
+    return name->previous;
+}
+
+char *setDdMapLogName(const char *name) {
+    return setName(&mapName, name);
+}
+
+char *setDataDictLogName(const char *name) {
+    return setName(&dictName, name);
+}
+
+// False when memory is exhausted.
+static bool ensureName(FileName *name, const char *file) {
+    if (name->current != nullptr)
+        return true;
+    CharBuffer *path = nullptr;
+    setName(name, formatAnew(&path, "%s/%s", catalogueRoot(), file));
+    freeCharBuffer(path);
+    return name->current != nullptr;
+}
+
+// ---- the open catalogue
+
+static void closeFile(FILE **stream) {
+    if (*stream != nullptr)
+        fclose(*stream);
+    *stream = nullptr;
+}
+
+static void freeList(LogFieldList *list) {
+    if (list == nullptr)
+        return;
+    for (uint32_t i = 0; i < list->count; ++i)
+        freecopy(list->fields[i].name);
+    free(list->fields);
+    free(list);
+}
+
+void endDdMapLog(void) {
+    closeFile(&mapFile);
+    closeFile(&dictFile);
+    for (uint32_t i = 0; i < messageCount; ++i)
+        freeList(cache[i]);
+    free(cache);
+    cache = nullptr;
+    messageCount = 0;
+}
+
+// Reads the value of the index's record; false when it is cut short.
+static bool readValue(off_t record, uint32_t *value) {
+    unsigned char bytes[DD_MAP_RECORD_SIZE];
+    if (fseeko(mapFile, record * DD_MAP_RECORD_SIZE, SEEK_SET) != 0 ||
+        fread(bytes, 1, sizeof bytes, mapFile) != sizeof bytes)
+        return false;
+    *value = 0;
+    for (size_t i = DD_MAP_VALUE_OFFSET; i < sizeof bytes; ++i)
+        *value = *value << 8 | bytes[i];
+    return true;
+}
+
+static bool makeCache() {
+    uint32_t size;
+    if (!readValue(0, &size))
+        return false;
+    const uint32_t records = size / DD_MAP_RECORD_SIZE;
+    const uint32_t count = records == 0 ? 0 : records - 1;
+    // One slot at least: an index without messages is open as well.
+    cache = static_cast<LogFieldList **>(calloc(count + size_t{1}, sizeof(LogFieldList *)));
+    messageCount = cache == nullptr ? 0 : count;
+    return cache != nullptr;
+}
+
+static bool openCatalogue() {
+    if (cache != nullptr)
+        return true;
+    if (!ensureName(&mapName, DD_MAP_FILE) || !ensureName(&dictName, DATA_DICT_FILE))
+        return false;
+    mapFile = fopen(mapName.current, "r");
+    dictFile = mapFile == nullptr ? nullptr : fopen(dictName.current, "r");
+    if (dictFile != nullptr && makeCache())
+        return true;
+    endDdMapLog();
+    return false;
+}
+
+// Reads the message's dictionary line into the line buffer; null when there is none.
+static const char *readDictionary(uint32_t number) {
+    uint32_t offset;
+    if (!readValue(off_t{number} + 1, &offset) ||
+        fseeko(dictFile, static_cast<off_t>(offset), SEEK_SET) != 0)
+        return nullptr;
+    ReadInfo saved;
+    resetReadLine(&saved);
+    const char *text = readLine(dictFile);
+    // Copied before the reader's own buffer comes back.
+    if (text != nullptr)
+        text = formatAnew(&line, "%s", text);
+    setReadLine(&saved);
+    return text;
+}
+
+// ---- one line
+
+static const char *fieldEnd(const char *text) {
+    static constexpr char ENDS[] = {DATA_DICT_FIELD_END, DATA_DICT_LIST_END, '\0'};
+    return text + strcspn(text, ENDS);
+}
+
+// The number of fields in the text that follows the separator. What the line's end cuts off is no
+// field.
+static uint32_t countFields(const char *text) {
+    for (uint32_t count = 0;; ++count) {
+        const char *end = fieldEnd(text);
+        if (*end != DATA_DICT_FIELD_END)
+            return *end == DATA_DICT_LIST_END && end != text ? count + 1 : count;
+        text = end + 1;
+    }
+}
+
+static char *copySlice(const char *from, size_t length) {
+    char *copy = static_cast<char *>(malloc(length + 1));
+    if (copy == nullptr)
+        return nullptr;
+    memcpy(copy, from, length);
+    copy[length] = '\0';
+    return copy;
+}
+
+// The number after the comma at *text, which is moved past both; 0 and nothing moved without one.
+static int32_t nextNumber(const char **text) {
+    return **text == DATA_DICT_PART ? leadingNumber(*text + 1, 0, text) : 0;
+}
+
+// Parses the field that ends there. False when memory is exhausted.
+static bool parseField(LogField *field, const char *text, const char *end, uint32_t place) {
+    const char *comma =
+        static_cast<const char *>(memchr(text, DATA_DICT_PART, static_cast<size_t>(end - text)));
+    const char *nameEnd = comma == nullptr ? end : comma;
+    field->name = copySlice(text, static_cast<size_t>(nameEnd - text));
+    field->position = static_cast<uint8_t>(place);
+    field->type = DATA_DICT_DEFAULT_TYPE;
+    if (comma != nullptr && comma + 1 != end) {
+        field->type = comma[1];
+        const char *rest = comma + 2;
+        field->first = static_cast<int16_t>(nextNumber(&rest));
+        field->second = nextNumber(&rest);
+    }
+    return field->name != nullptr;
+}
+
+static LogFieldList *parseFields(int32_t number, const char *text) {
+    LogFieldList *list = static_cast<LogFieldList *>(calloc(1, sizeof(LogFieldList)));
+    if (list == nullptr)
+        return nullptr;
+    const uint32_t count = countFields(text);
+    list->number = number;
+    list->fields = static_cast<LogField *>(calloc(count + size_t{1}, sizeof(LogField)));
+    bool complete = list->fields != nullptr;
+    while (complete && list->count < count) {
+        const char *end = fieldEnd(text);
+        complete = parseField(&list->fields[list->count], text, end, list->count);
+        ++list->count;
+        text = end + 1;
+    }
+    if (complete)
+        return list;
+    freeList(list);
+    return nullptr;
+}
+
+// ---- lookups
+
+LogFieldList *getLogFormatFields(int32_t number) {
+    if (!openCatalogue() || number < 0 || static_cast<uint32_t>(number) >= messageCount)
+        return nullptr;
+    LogFieldList **slot = &cache[number];
+    if (*slot != nullptr)
+        return *slot;
+    const char *text = readDictionary(static_cast<uint32_t>(number));
+    if (text == nullptr)
+        return nullptr;
+    const char *rest;
+    // Another message's line: the index is stale.
+    if (leadingNumber(text, 10, &rest) != number || rest == text)
+        return nullptr;
+    // The separator, which the line may lack.
+    *slot = parseFields(number, *rest == '\0' ? rest : rest + 1);
+    return *slot;
+}
+
+LogField *findLogFieldName(int32_t number, const char *name) {
+    if (name == nullptr || *name == '\0')
+        return nullptr;
+    const LogFieldList *list = getLogFormatFields(number);
+    for (uint32_t i = 0; list != nullptr && i < list->count; ++i)
+        if (strcmp(list->fields[i].name, name) == 0)
+            return &list->fields[i];
+    return nullptr;
+}
+
+int32_t cvtLogFieldNameToIndex(int32_t number, const char *name) {
+    const LogField *field = findLogFieldName(number, name);
+    return field == nullptr ? -1 : field->position;
+}
+
+LogField *getLogFieldName(int32_t number, int32_t position) {
+    const LogFieldList *list = getLogFormatFields(number);
+    if (list == nullptr || position < 0 || static_cast<uint32_t>(position) >= list->count)
+        return nullptr;
+    return &list->fields[position];
+}
+
+char *cvtLogFieldIndexToName(int32_t number, int32_t position) {
+    const LogField *field = getLogFieldName(number, position);
+    return field == nullptr ? nullptr : field->name;
+}
