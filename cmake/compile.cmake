@@ -18,5 +18,6 @@ target_compile_options(qn_warnings INTERFACE
 
 if(QN_CLANG_TIDY)
   find_program(QN_CLANG_TIDY_PROGRAM clang-tidy REQUIRED)
-  set(CMAKE_CXX_CLANG_TIDY ${QN_CLANG_TIDY_PROGRAM} --quiet)
+  # It reads the compile commands as clang does, to which some of the compiler's warnings are unknown.
+  set(CMAKE_CXX_CLANG_TIDY ${QN_CLANG_TIDY_PROGRAM} --quiet --extra-arg=-Wno-unknown-warning-option)
 endif()
