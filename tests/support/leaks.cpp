@@ -3,5 +3,13 @@
 
 extern "C" const char *__lsan_default_suppressions();
 extern "C" const char *__lsan_default_suppressions() {
-    return "";
+    return
+        // The root and the format tables of an earlier loginit: callers may hold them.
+        "leak:loadFormats\n";
+}
+
+// Suppressions are not listed at the end: what a child writes to standard error is compared.
+extern "C" const char *__lsan_default_options();
+extern "C" const char *__lsan_default_options() {
+    return "print_suppressions=0";
 }

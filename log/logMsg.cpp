@@ -1,0 +1,282 @@
+#include "log.h"
+
+#include "../buffers/charBuffer.h"
+#include "../buffers/fmtCharBuf.h"
+#include "../core/mkcopy.h"
+#include "expandLog.h"
+#include "logDstTable.h"
+#include "logPipe.h"
+
+#include <errno.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <time.h>
+
+static constexpr uint32_t TO_DAEMON = 1;         // destination: the log file
+static constexpr uint32_t TO_STANDARD_ERROR = 2; // destination: shown here; alone, not sent
+static constexpr size_t DESTINATION_WIDTH = 8;   // digits in front of a record's body
+static constexpr int FIELD_SEPARATOR = 0x1C;
+static constexpr uint32_t FIRST_SYSTEM_ERROR = 1727; // message number of errno 0
+
+uint32_t _destination;
+int32_t _priority;
+char *logProcName;
+uint16_t *FmtTbl;
+char *Fmt;
+int32_t fmtMax;
+
+enum ErrorMode : char { MODE_UNSETTLED = 0, MODE_NEW = 'F', MODE_OLD = 'T' };
+
+struct ClientContext {
+    char *root;               // the log root of the last loginit; earlier ones are never released
+    char *formatPath;         // owned copy
+    CharBuffer *header;       // the record's header and compressed format: the second pass's format
+    CharBuffer *record;       // the record built last
+    CharBuffer *errorText;    // of logperror
+    CharBuffer *sysErrorText; // of logSysError: apart, as its call may report through logperror
+    CharBuffer *relog;        // the record that relogCmpMsg sent last
+    char *handedName;         // what getLogProcName returned last
+    char *previousName;       // what setLogProcName returned last
+    ErrorMode errorMode;      // settled by the first logperror
+    bool tableReported;       // that there is no table has been told
+};
+
+static ClientContext client;
+
+static const char *orEmpty(const char *text) {
+    return text == nullptr ? "" : text;
+}
+
+// The buffer, emptied; made on first use. Null when memory is exhausted, which formatting refuses.
+static CharBuffer *emptied(CharBuffer **slot) {
+    if (*slot == nullptr)
+        *slot = mkCharBuffer(0);
+    if (*slot != nullptr)
+        (*slot)->next = (*slot)->text;
+    return *slot;
+}
+
+// An owned "directory/name"; null when memory is exhausted.
+static char *pathOf(const char *directory, const char *name) {
+    const size_t size = strlen(directory) + 1 + strlen(name) + 1;
+    char *const path = static_cast<char *>(malloc(size));
+    if (path != nullptr)
+        snprintf(path, size, "%s/%s", directory, name);
+    return path;
+}
+
+static const char *rootOrDefault(const char *root) {
+    if (root == nullptr)
+        root = getenv("LOGROOT");
+    return root == nullptr ? "/usr/spool/log" : root;
+}
+
+// Kept: the root and the tables of before are not released, callers may hold them.
+static bool loadFormats(const char *root) {
+    client.root = logRoot = mkcopy(root);
+    freecopy(client.formatPath);
+    client.formatPath = pathOf(root, "cmpLogFmt");
+    fmtMax = getcmpLogFmt(client.formatPath, &FmtTbl, &Fmt);
+    return fmtMax >= 1;
+}
+
+int32_t loginit(const char *name, uint32_t destination, int32_t priority, const char *root) {
+    setLogProcName(name);
+    _destination = destination;
+    _priority = priority;
+    const char *const inForce = rootOrDefault(root);
+    if (!loadFormats(inForce))
+        return -1;
+    return openLogPipe(pathOf(inForce, "logpipe")) ? 0 : -1;
+}
+
+int32_t logInit(const char *name) {
+    return loginit(name, TO_DAEMON, 0, nullptr);
+}
+
+int32_t logend(void) {
+    return closeLogPipe();
+}
+
+char *setLogProcName(const char *name) {
+    char *const copy = mkcopy(name); // before the release: it may be the previous name
+    freecopy(client.previousName);
+    client.previousName = logProcName;
+    logProcName = copy;
+    return client.previousName;
+}
+
+char *getLogProcName(void) {
+    freecopy(client.handedName);
+    return client.handedName = mkcopy(logProcName);
+}
+
+char *getCmpFmt(int32_t number) {
+    return number < 0 || number >= fmtMax ? nullptr : Fmt + FmtTbl[number];
+}
+
+char *vfmtEvent(int32_t number, uint32_t destination, int32_t priority, const char *file,
+                int32_t line, va_list args) {
+    const char *const compressed = getCmpFmt(number);
+    if (compressed == nullptr)
+        return nullptr;
+    CharBuffer *const header = emptied(&client.header);
+    CharBuffer *const record = emptied(&client.record);
+    const unsigned long mask = destination;
+    const unsigned long now = static_cast<uint32_t>(time(nullptr));
+    if (fmtCharBuffer(header, "%.8lX%d %c%1d%.8lX%s %s:%d%s", mask, number, FIELD_SEPARATOR,
+                      priority, now, orEmpty(logProcName), orEmpty(file), line, compressed) < 0)
+        return nullptr;
+    // Kept: the whole header is the format, so that a "%" in a name is a conversion too.
+    return vfmtCharBuffer(record, header->text, args) < 0 ? nullptr : record->text;
+}
+
+char *fmtEvent(int32_t number, uint32_t destination, int32_t priority, const char *file,
+               int32_t line, ...) {
+    va_list args;
+    va_start(args, line);
+    char *const record = vfmtEvent(number, destination, priority, file, line, args);
+    va_end(args);
+    return record;
+}
+
+// Sets the record aside meanwhile: an expansion that logs an error of its own builds another one.
+static void showRecord() {
+    CharBuffer *const shown = client.record;
+    client.record = nullptr;
+    const char *const expansion = expandLog(shown->text + DESTINATION_WIDTH);
+    if (expansion != nullptr)
+        fputs(expansion, stderr);
+    freeCharBuffer(client.record);
+    client.record = shown;
+}
+
+char *vlogEvent(int32_t number, uint32_t destination, int32_t priority, const char *file,
+                int32_t line, va_list args) {
+    const int error = errno;
+    char *const record = vfmtEvent(number, destination, priority, file, line, args);
+    if (record == nullptr)
+        return nullptr;
+    if ((destination & TO_STANDARD_ERROR) != 0)
+        showRecord();
+    if (destination != TO_STANDARD_ERROR && !sendLogRecord(record))
+        return nullptr;
+    errno = error;
+    return record + DESTINATION_WIDTH;
+}
+
+char *logEvent(int32_t number, uint32_t destination, int32_t priority, const char *file,
+               int32_t line, ...) {
+    va_list args;
+    va_start(args, line);
+    char *const body = vlogEvent(number, destination, priority, file, line, args);
+    va_end(args);
+    return body;
+}
+
+// Tells of the missing table, with the errno of the call that failed. Once, even if the telling
+// fails; counted first, so that what logs while it is told does not tell it again.
+static void reportMissingTable(int32_t segment) {
+    if (client.tableReported)
+        return;
+    client.tableReported = true;
+    // Kept: readers of the log know the report by this position.
+    logperror(_destination | TO_DAEMON, 2, "../logMsg", 191,
+              "\n\tattaching logging destination/priority table"
+              "\n\tKey parameters: 0x%x -> 0x%x"
+              "\n\t-- check \"ipcs -m\" and/or run \"logDstPri\"",
+              logDstPriShmKey(), static_cast<uint32_t>(segment));
+}
+
+static bool haveTable() {
+    int32_t segment;
+    if (attachDstPri(&segment))
+        return true;
+    reportMissingTable(segment);
+    return false;
+}
+
+char *vlogMsg(int32_t number, const char *file, int32_t line, va_list args) {
+    const int error = errno;
+    const bool routed = haveTable();
+    LogDstPri route = {_priority, _destination};
+    char *body = nullptr;
+    if (!routed || (number < dstPriRowCount() && readDstPri(number, &route)))
+        body = vlogEvent(number, route.destination, route.priority, file, line, args);
+    errno = error;
+    return body;
+}
+
+char *logMsg(int32_t number, const char *file, int32_t line, ...) {
+    va_list args;
+    va_start(args, line);
+    char *const body = vlogMsg(number, file, line, args);
+    va_end(args);
+    return body;
+}
+
+static int32_t systemErrorNumber(int error) {
+    return static_cast<int32_t>(FIRST_SYSTEM_ERROR + static_cast<uint32_t>(error));
+}
+
+// The formatted text, in the buffer; the empty text without a format and where formatting fails.
+static const char *errorTextIn(CharBuffer **slot, const char *format, va_list args) {
+    CharBuffer *const buffer = emptied(slot);
+    if (format == nullptr || vfmtCharBuffer(buffer, format, args) < 0)
+        return "";
+    return buffer->text;
+}
+
+static ErrorMode settledErrorMode() {
+    if (client.errorMode == MODE_UNSETTLED) {
+        const char first = *orEmpty(getenv("OLD_LOGPERROR"));
+        const bool old = first == 'Y' || first == 'y' || first == 'T' || first == 't';
+        client.errorMode = old ? MODE_OLD : MODE_NEW;
+    }
+    return client.errorMode;
+}
+
+char *logperror(uint32_t destination, int32_t priority, const char *file, int32_t line,
+                const char *format, ...) {
+    const int error = errno;
+    const bool old = settledErrorMode() == MODE_OLD;
+    va_list args;
+    va_start(args, format);
+    const char *const text = errorTextIn(&client.errorText, format, args);
+    va_end(args);
+    // Kept: in the old mode the caller's destination and priority are ignored.
+    char *const body = logEvent(systemErrorNumber(error), old ? _destination : destination,
+                                old ? 3 : priority, file, line, text);
+    errno = error;
+    return body;
+}
+
+char *logSysError(const char *file, int32_t line, const char *format, ...) {
+    const int error = errno;
+    va_list args;
+    va_start(args, format);
+    const char *const text = errorTextIn(&client.sysErrorText, format, args);
+    va_end(args);
+    const int32_t number = systemErrorNumber(error);
+    LogDstPri route = {_priority, _destination};
+    // Kept: the table's row count is not asked, as in logMsg; only the segment's end bounds the
+    // row.
+    if (haveTable())
+        readDstPri(number, &route);
+    char *const body = logEvent(number, route.destination, route.priority, file, line, text);
+    errno = error;
+    return body;
+}
+
+char *relogCmpMsg(char *body, uint32_t destination) {
+    if (body == nullptr || *body == '\0' || destination == 0)
+        return nullptr;
+    const int error = errno;
+    CharBuffer *const relog = emptied(&client.relog);
+    const unsigned long mask = destination;
+    if (fmtCharBuffer(relog, "%.8lX%s", mask, body) < 0 || !sendLogRecord(relog->text))
+        return nullptr;
+    errno = error;
+    return body;
+}
