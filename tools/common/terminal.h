@@ -1,0 +1,19 @@
+/* What a terminal may be sent, and how wide it is. */
+#ifndef TOOLS_COMMON_TERMINAL_H
+#define TOOLS_COMMON_TERMINAL_H
+
+#include <string>
+#include <string_view>
+
+/* The columns of the terminal behind the descriptor; 0 when there is none or it does not tell. */
+int terminalColumns(int fd);
+
+/* Whether colours suit the descriptor: a terminal that can, and NO_COLOR not set (or empty). */
+bool terminalTakesColour(int fd);
+
+/* The text with every control character spelled out: backspace, form feed and carriage return as \b
+   \f \r, others by their octal value, as <33>. Tab and line feed stay. Bytes above 7F stay where
+   they are the UTF-8 of something printable; the second row of control characters does not. */
+std::string withoutControls(std::string_view text);
+
+#endif

@@ -1,0 +1,91 @@
+#include "entryReader.h"
+
+#include "log/logMsg.h"
+
+#include <algorithm>
+
+constexpr char GS = '\x1D';
+
+static bool beginsRecord(std::string_view line) {
+    const std::string text(line.substr(0, line.find('\n')));
+    return typeOfCmpLog(text.c_str(), nullptr, nullptr, nullptr, nullptr) >= 0;
+}
+
+// Whether the line is a record's head with arguments that go on: it would be whole if they ended
+// here.
+static bool goesOn(std::string_view line) {
+    if (!beginsRecord(line) || line.find(GS) != std::string_view::npos ||
+        line.find('\0') != std::string_view::npos)
+        return false;
+    std::string ended = std::string(line) + GS;
+    LogMsg *msg = parseCmpLogEnhanced(ended.data(), 0, 0);
+    const bool sound = msg != nullptr && msg->argCount > 0;
+    freeLogMsg(msg);
+    return sound;
+}
+
+void EntryReader::feed(std::string_view bytes) {
+    buffer_.append(bytes);
+}
+
+LogEntry EntryReader::take(size_t length, bool withLineFeed, bool cut) {
+    LogEntry entry = {std::string(rest().substr(0, length)), cut};
+    start_ += length + (withLineFeed ? 1 : 0);
+    scanned_ = 0;
+    // Moved down seldom, so that taking many short lines stays cheap.
+    if (start_ > MAX_ENTRY_BYTES || start_ == buffer_.size()) {
+        buffer_.erase(0, start_);
+        start_ = 0;
+    }
+    return entry;
+}
+
+std::optional<LogEntry> EntryReader::takeThroughMark(size_t mark, bool atEnd) {
+    const std::string_view behind = rest().substr(mark + 1, 1);
+    if (behind.empty() && !atEnd)
+        return std::nullopt;
+    return take(mark + 1, behind == "\n", false);
+}
+
+// The record whose first line ends there; its arguments may go on behind it.
+std::optional<LogEntry> EntryReader::takeRecord(size_t lineEnd, bool atEnd) {
+    const std::string_view text = rest();
+    for (size_t from = lineEnd + 1;;) {
+        const size_t end = text.find('\n', from);
+        const std::string_view line = from < text.size() ? text.substr(from, end - from) : "";
+        const size_t mark = line.find(GS);
+        // A line that is not here whole tells what it is once it holds a GS.
+        const bool told = end != std::string_view::npos || mark != std::string_view::npos || atEnd;
+        const bool another = told && beginsRecord(line);
+        const bool tooLong = from + std::min(mark, line.size()) >= MAX_ENTRY_BYTES;
+        if (another || tooLong || (atEnd && end == mark)) // both nowhere
+            return take(lineEnd, lineEnd < text.size(), true);
+        if (mark != std::string_view::npos)
+            return takeThroughMark(from + mark, atEnd);
+        if (end == std::string_view::npos)
+            return std::nullopt;
+        from = end + 1;
+    }
+}
+
+std::optional<LogEntry> EntryReader::next(bool atEnd) {
+    const std::string_view text = rest();
+    size_t end = text.find('\n', scanned_);
+    if (end == std::string_view::npos) {
+        scanned_ = text.size();
+        if (text.size() >= MAX_ENTRY_BYTES)
+            return take(MAX_ENTRY_BYTES, false, false);
+        if (!atEnd || text.empty())
+            return std::nullopt;
+        end = text.size();
+    } else if (end > MAX_ENTRY_BYTES) {
+        return take(MAX_ENTRY_BYTES, false, false);
+    }
+    const std::string_view line = text.substr(0, end);
+    if (goesOn(line))
+        return takeRecord(end, atEnd);
+    const size_t mark = line.find(GS);
+    if (mark != std::string_view::npos && mark + 1 < line.size() && beginsRecord(line))
+        return takeThroughMark(mark, atEnd);
+    return take(end, end < text.size(), false);
+}
