@@ -1,0 +1,399 @@
+/* qnlogd as a program, with real pipes and files: what reaches the log file, in which order and
+   shape, and what it does about input, signals and disks that are not as they should be. Starting
+   it on a pipe that is there already takes four seconds, which it takes to be sure that nobody
+   reads it. */
+#include "toolRun.h"
+#include "support/tempDir.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <fcntl.h>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+using namespace std::string_literals;
+
+static const std::string PROGRAM = TOOLS_DIR "/qnlogd";
+
+static std::string fileText(const std::string &path) {
+    std::ifstream stream(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+}
+
+static std::string frame(const std::string &body) {
+    char header[32];
+    if (body.size() <= 999)
+        snprintf(header, sizeof header, "%.3zu", body.size());
+    else
+        snprintf(header, sizeof header, "<%zu>%zu", std::to_string(body.size()).size(),
+                 body.size());
+    return header + body;
+}
+
+static std::string record(const std::string &argument) {
+    return "101 \x1C\x30"
+           "65920080ivr f.c:40\x1C\x37\x1C" +
+           argument + "\x1D";
+}
+
+static std::string framed(const std::string &argument) {
+    return frame("00000001" + record(argument));
+}
+
+class Daemon : public testing::Test {
+  protected:
+    TempDir dir;
+    std::string pipe = dir.file("logpipe");
+    std::string file = dir.file("logfile");
+    std::unique_ptr<ToolProcess> tool;
+    int client = -1;
+
+    ~Daemon() override { disconnect(); }
+    void start(std::vector<std::string> arguments = {}) {
+        arguments.insert(arguments.begin(), {"--log-root", dir.path()});
+        tool = std::make_unique<ToolProcess>(PROGRAM, arguments);
+        ASSERT_TRUE(tool->awaitOut("reading " + pipe + "\n")) << tool->err();
+    }
+    void connect() {
+        disconnect();
+        client = open(pipe.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+        ASSERT_GE(client, 0);
+    }
+    void disconnect() {
+        if (client >= 0)
+            close(client);
+        client = -1;
+    }
+    void send(const std::string &bytes) {
+        if (client < 0)
+            connect();
+        ASSERT_EQ(static_cast<ssize_t>(bytes.size()), write(client, bytes.data(), bytes.size()));
+    }
+    bool awaitFile(const std::string &text) {
+        return await([&] { return fileText(file) == text; }, 20);
+    }
+    ToolResult end(int signal = SIGTERM) {
+        kill(tool->pid(), signal);
+        return tool->finish();
+    }
+    // A pipe that nobody reads and that holds the bytes, as a killed daemon leaves it.
+    void leaveBehind(const std::string &bytes) {
+        ASSERT_EQ(0, mkfifo(pipe.c_str(), 0600));
+        const int reader = open(pipe.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+        send(bytes);
+        close(reader);
+    }
+};
+
+TEST_F(Daemon, appendsRecordsWithoutTheirDestination) {
+    start();
+    send(framed("a") + framed("b"));
+    send(frame("ABCDEF02" + record("c")));
+    EXPECT_TRUE(awaitFile(record("a") + "\n" + record("b") + "\n" + record("c") + "\n"));
+    const ToolResult result = end();
+    EXPECT_EQ(0, result.exitCode);
+    EXPECT_EQ("", result.err);
+    EXPECT_EQ("reading " + pipe + "\n3 records written\n", result.out);
+}
+
+TEST_F(Daemon, makesPipeAndFileThatOthersCannotWrite) {
+    umask(0);
+    start();
+    struct stat status = {};
+    ASSERT_EQ(0, stat(pipe.c_str(), &status));
+    EXPECT_TRUE(S_ISFIFO(status.st_mode));
+    EXPECT_EQ(0620u, status.st_mode & 07777);
+    ASSERT_EQ(0, stat(file.c_str(), &status));
+    EXPECT_EQ(0640u, status.st_mode & 07777);
+}
+
+TEST_F(Daemon, pipeModeAndFileNameAreOptions) {
+    start({"--pipe-mode", "0622", "--file", "other"});
+    struct stat status = {};
+    ASSERT_EQ(0, stat(pipe.c_str(), &status));
+    EXPECT_EQ(0622u, status.st_mode & 07777);
+    send(framed("a"));
+    EXPECT_TRUE(await([&] { return fileText(dir.file("other")) == record("a") + "\n"; }));
+}
+
+TEST_F(Daemon, keepsLineFeedsWithinARecord) {
+    start();
+    send(framed("\n\tattaching\n"));
+    EXPECT_TRUE(awaitFile(record("\n\tattaching\n") + "\n"));
+}
+
+TEST_F(Daemon, takesLongFramesAndLines) {
+    start();
+    send(framed(std::string(3000, 'x')));
+    send("   00000001" + record("line") + "\n");
+    EXPECT_TRUE(awaitFile(record(std::string(3000, 'x')) + "\n" + record("line") + "\n"));
+}
+
+TEST_F(Daemon, lastClientsCloseIsNoEnd) {
+    start();
+    send(framed("a"));
+    disconnect();
+    ASSERT_TRUE(awaitFile(record("a") + "\n"));
+    send(framed("b"));
+    EXPECT_TRUE(awaitFile(record("a") + "\n" + record("b") + "\n"));
+    disconnect();
+    const ToolResult result = end();
+    EXPECT_EQ(0, result.exitCode);
+    EXPECT_EQ("", result.err);
+}
+
+TEST_F(Daemon, eachEndingSignalDrainsThePipe) {
+    for (const int signal : {SIGTERM, SIGINT}) {
+        unlink(pipe.c_str());
+        unlink(file.c_str());
+        disconnect();
+        start();
+        kill(tool->pid(), SIGSTOP);
+        std::string expected;
+        for (int i = 0; i < 3000; i++) { // more than one look at the signals takes
+            send(framed(std::to_string(i)));
+            expected += record(std::to_string(i)) + "\n";
+        }
+        kill(tool->pid(), signal);
+        kill(tool->pid(), SIGCONT);
+        const ToolResult result = tool->finish();
+        EXPECT_EQ(0, result.exitCode);
+        EXPECT_EQ(expected, fileText(file));
+        EXPECT_EQ("reading " + pipe + "\n3000 records written\n", result.out);
+    }
+}
+
+TEST_F(Daemon, hangupReopensTheFile) {
+    start();
+    send(framed("a"));
+    ASSERT_TRUE(awaitFile(record("a") + "\n"));
+    ASSERT_EQ(0, rename(file.c_str(), dir.file("logfile.1").c_str()));
+    send(framed("b"));
+    ASSERT_TRUE(await([&] { return fileText(dir.file("logfile.1")).size() > 40; }));
+    kill(tool->pid(), SIGHUP);
+    ASSERT_TRUE(await([&] { return access(file.c_str(), F_OK) == 0; }));
+    send(framed("c"));
+    EXPECT_TRUE(awaitFile(record("c") + "\n"));
+    EXPECT_EQ(record("a") + "\n" + record("b") + "\n", fileText(dir.file("logfile.1")));
+}
+
+TEST_F(Daemon, hangupKeepsTheOldFileWhereNoNewOneOpens) {
+    start();
+    ASSERT_EQ(0, rename(file.c_str(), dir.file("old").c_str()));
+    ASSERT_EQ(0, mkdir(file.c_str(), 0700));
+    kill(tool->pid(), SIGHUP);
+    ASSERT_TRUE(tool->awaitErr("qnlogd: " + file +
+                               ": Is a directory: going on with the file that was open\n"));
+    send(framed("a"));
+    EXPECT_TRUE(await([&] { return fileText(dir.file("old")) == record("a") + "\n"; }));
+}
+
+TEST_F(Daemon, secondDaemonIsRefused) {
+    start();
+    const ToolResult result = runTool(PROGRAM, {"--log-root", dir.path()});
+    EXPECT_EQ(1, result.exitCode);
+    EXPECT_EQ("qnlogd: " + pipe + ": another daemon reads it\n", result.err);
+    send(framed("a"));
+    EXPECT_TRUE(awaitFile(record("a") + "\n"));
+}
+
+TEST_F(Daemon, ofTwoStartedTogetherOneReads) {
+    ASSERT_EQ(0, mkfifo(pipe.c_str(), 0600));
+    ToolProcess one(PROGRAM, {"--log-root", dir.path()});
+    ToolProcess two(PROGRAM, {"--log-root", dir.path()});
+    ASSERT_TRUE(await([&] { return !one.running() || !two.running(); }));
+    ToolProcess &ended = one.running() ? two : one;
+    ToolProcess &reading = one.running() ? one : two;
+    EXPECT_EQ(1, ended.finish().exitCode);
+    EXPECT_EQ("qnlogd: " + pipe + ": another daemon reads it\n", ended.err());
+    EXPECT_TRUE(reading.awaitOut("reading "));
+}
+
+TEST_F(Daemon, whatIsNoPipeIsRefused) {
+    dir.write("logpipe", "");
+    const ToolResult result = runTool(PROGRAM, {"--log-root", dir.path()});
+    EXPECT_EQ(1, result.exitCode);
+    EXPECT_EQ("qnlogd: " + pipe + ": File exists\n", result.err);
+}
+
+TEST_F(Daemon, missingRootIsRefused) {
+    const ToolResult result = runTool(PROGRAM, {"--log-root", dir.file("none")});
+    EXPECT_EQ(1, result.exitCode);
+    EXPECT_EQ("qnlogd: " + dir.file("none/logfile") + ": No such file or directory\n", result.err);
+}
+
+TEST_F(Daemon, halfAFrameLeftBehindCostsOnlyItself) {
+    const std::string half = framed("half").substr(20);
+    leaveBehind(half + framed("a") + framed(std::string(2000, 'b')) + frame("00000001free text") +
+                framed("c"));
+    start();
+    EXPECT_TRUE(awaitFile(record("a") + "\n" + record(std::string(2000, 'b')) + "\nfree text\n" +
+                          record("c") + "\n"));
+    EXPECT_EQ("qnlogd: " + pipe + ": at the start " + std::to_string(half.size()) +
+                  " bytes were no record, the first: 20080ivr f.c:40<34>7<34>half<35>\n",
+              tool->err());
+    send(framed("d")); // the frames that come later are in step
+    EXPECT_TRUE(await([&] { return fileText(file).find(record("d")) != std::string::npos; }));
+}
+
+TEST_F(Daemon, aPipeLeftInOrderLosesNothing) {
+    leaveBehind(framed("a") + framed("b"));
+    start();
+    EXPECT_TRUE(awaitFile(record("a") + "\n" + record("b") + "\n"));
+    EXPECT_EQ("", tool->err());
+}
+
+TEST_F(Daemon, unknownInputIsReportedAndTheNextFrameTaken) {
+    const struct {
+        std::string bytes;
+        std::string report;
+    } INPUTS[] = {
+        {"garbage", "bytes that are no frame were discarded, the first: b  a  g  e  \n"},
+        {"xyz\n", "bytes that are no frame were discarded, the first: \\n \n"},
+        {"xy\n", "bytes that are no frame were discarded\n"},
+        {"ab", "bytes that are no frame were discarded, the first: a  b  \n"},
+        {"000", "an empty frame was discarded\n"},
+        {"005hello", "in a frame 5 bytes were no record, the first: hello\n"},
+        {"00800000001", "in a frame 8 bytes were no record, the first: 00000001\n"},
+        {"008\x1B[2Jabcd", "in a frame 8 bytes were no record, the first: <33>[2Jabcd\n"},
+        {"   half a line", "a line without its end was discarded\n"},
+        {"050short", "in a frame that is not whole 5 bytes were no record, the first: short\n"},
+        {"<3>12x", "bytes that are no frame were discarded\n"},
+    };
+    start();
+    std::string expected;
+    std::string reports;
+    for (const auto &input : INPUTS) {
+        reports += "qnlogd: " + pipe + ": " + input.report;
+        send(input.bytes);
+        EXPECT_TRUE(await([&] { return tool->err().size() >= reports.size(); })) << input.bytes;
+        send(framed(input.bytes));
+        expected += record(input.bytes) + "\n";
+        EXPECT_TRUE(awaitFile(expected)) << input.bytes;
+        EXPECT_EQ(reports, tool->err());
+    }
+    EXPECT_EQ(0, end().exitCode);
+}
+
+TEST_F(Daemon, framesSwallowedByAWrongLengthAreRecovered) {
+    start();
+    send("<6>500000" + framed("a") + framed("b"));
+    EXPECT_TRUE(awaitFile(record("a") + "\n" + record("b") + "\n"));
+}
+
+TEST_F(Daemon, tornLineOfTheFileIsEnded) {
+    dir.write("logfile", "half a rec");
+    start();
+    send(framed("a"));
+    EXPECT_TRUE(awaitFile("half a rec\n" + record("a") + "\n"));
+}
+
+TEST_F(Daemon, aFileThatEndsWellIsOnlyAppendedTo) {
+    dir.write("logfile", "old\n");
+    start();
+    send(framed("a"));
+    EXPECT_TRUE(awaitFile("old\n" + record("a") + "\n"));
+}
+
+static const char *const FULL =
+    ": No space left on device: trying again each second, keeping up to ";
+
+TEST_F(Daemon, fullDiskIsReportedOnceAndRecordsAreKept) {
+    ASSERT_EQ(0, symlink("/dev/full", file.c_str()));
+    start();
+    send(framed("a"));
+    ASSERT_TRUE(tool->awaitErr(FULL));
+    send(framed("b"));
+    const timespec overARetry = {1, 300'000'000}; // the time between tries is the subject
+    nanosleep(&overARetry, nullptr);
+    EXPECT_EQ("qnlogd: " + file + FULL + "16777216 bytes meanwhile\n", tool->err());
+    unlink(file.c_str());
+    kill(tool->pid(), SIGHUP);
+    EXPECT_TRUE(awaitFile(record("a") + "\n" + record("b") + "\n"));
+    EXPECT_TRUE(
+        tool->awaitErr("qnlogd: " + file + ": writing again, 2 kept records are written\n"));
+}
+
+TEST_F(Daemon, beyondTheBoundClientsAreRefusedAndNothingIsLost) {
+    ASSERT_EQ(0, symlink("/dev/full", file.c_str()));
+    start({"--keep", "2000"});
+    connect();
+    std::string expected;
+    const std::string filler(1000, 'x');
+    size_t taken = 0;
+    for (bool refused = false; !refused && taken < 5000;) {
+        const std::string text = filler + std::to_string(taken);
+        const std::string bytes = framed(text);
+        refused = write(client, bytes.data(), bytes.size()) < 0;
+        if (refused) { // it may still be on its way to the bound
+            shortPause();
+            refused = write(client, bytes.data(), bytes.size()) < 0;
+        }
+        if (!refused) {
+            expected += record(text) + "\n";
+            taken++;
+        }
+    }
+    EXPECT_GT(taken, 10u);
+    EXPECT_LT(taken, 1200u); // the pipe holds a mebibyte at most, the daemon 3 or 4 records
+    unlink(file.c_str());
+    kill(tool->pid(), SIGHUP);
+    EXPECT_TRUE(awaitFile(expected));
+}
+
+// A limit on the file's size stops a write in the middle of a record.
+TEST_F(Daemon, partOfARecordNeverStaysInTheFile) {
+    start();
+    const std::string one = record("first") + "\n";
+    rlimit limit = {one.size() + 10, RLIM_INFINITY};
+    ASSERT_EQ(0, prlimit(tool->pid(), RLIMIT_FSIZE, &limit, nullptr));
+    kill(tool->pid(), SIGSTOP); // so that both come in one write
+    send(framed("first") + framed("second"));
+    kill(tool->pid(), SIGCONT);
+    ASSERT_TRUE(tool->awaitErr("qnlogd: ")); // the rest passes the limit, which holds for it too
+    EXPECT_TRUE(awaitFile(one));
+    limit = {RLIM_INFINITY, RLIM_INFINITY};
+    ASSERT_EQ(0, prlimit(tool->pid(), RLIMIT_FSIZE, &limit, nullptr));
+    EXPECT_TRUE(awaitFile(one + record("second") + "\n"));
+    EXPECT_TRUE(tool->awaitErr("writing again, 1 kept records are written\n"));
+}
+
+TEST_F(Daemon, whatIsLostAtTheEndIsCounted) {
+    ASSERT_EQ(0, symlink("/dev/full", file.c_str()));
+    start();
+    send(framed("a") + framed("b"));
+    ASSERT_TRUE(tool->awaitErr(FULL));
+    const ToolResult result = end();
+    EXPECT_EQ(1, result.exitCode);
+    EXPECT_NE(std::string::npos,
+              result.err.find("\nqnlogd: 2 records could not be written and are lost\n"))
+        << result.err;
+}
+
+TEST(Usage, mistakesAnswerTwo) {
+    for (const std::vector<std::string> &arguments : {std::vector<std::string>{"--nonsense"},
+                                                      {"extra"},
+                                                      {"--pipe-mode", "9"},
+                                                      {"--pipe-mode", "0"},
+                                                      {"--keep", "0"},
+                                                      {"--file", ""}}) {
+        const ToolResult result = runTool(PROGRAM, arguments);
+        EXPECT_EQ(2, result.exitCode) << arguments[0] << ": " << result.err;
+        EXPECT_EQ(0u, result.err.rfind("qnlogd: ", 0)) << result.err;
+    }
+}
+
+TEST(Usage, helpFitsAScreenAndVersionIsOneLine) {
+    const ToolResult help = runTool(PROGRAM, {"--help"});
+    EXPECT_EQ(0, help.exitCode);
+    EXPECT_LE(std::count(help.out.begin(), help.out.end(), '\n'), 24);
+    EXPECT_EQ("qnlogd 1.0.0\n", runTool(PROGRAM, {"--version"}).out);
+}

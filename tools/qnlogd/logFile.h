@@ -1,0 +1,58 @@
+/* The log file, and what waits to be written to it. Records are added in memory and written
+ * together.
+ *
+ * A write that fails (a full disk) is reported once and tried again each second; the records are
+ * kept meanwhile. The file never ends in part of a record: what a failed write left of one is taken
+ * back, and what a killed predecessor left is ended with a line feed. Whoever adds asks full()
+ * first: that is the bound, which one record may pass. */
+#ifndef TOOLS_QNLOGD_LOGFILE_H
+#define TOOLS_QNLOGD_LOGFILE_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+class LogFile {
+  public:
+    LogFile(std::string path, size_t bound) : path_(std::move(path)), bound_(bound) {}
+    ~LogFile(); // writes what it can of what is kept
+    LogFile(const LogFile &) = delete;
+    LogFile &operator=(const LogFile &) = delete;
+
+    /* Opens it for appending, made with mode 0640 where there is none; throws WorkFailed. */
+    void open();
+    /* Opens what has the name now, after the old file took what is kept. Where that cannot be
+       opened the old file stays and the reason is reported. */
+    void reopen();
+    /* Adds the record and its line feed to what is kept. */
+    void add(std::string_view record);
+    /* Whether the bound is reached: nothing may be added. */
+    bool full() const { return kept_.size() >= bound_; }
+    bool failing() const { return failing_; }
+    /* Writes what is kept; false when some stays. After a failure it does nothing for a second,
+       unless it must. */
+    bool flush(bool must = false);
+    /* Writes what is kept, at last, through to the disk; answers the records that are lost. */
+    size_t end();
+    uint64_t recordsWritten() const { return written_; }
+
+  private:
+    bool writeKept();
+    void takeBackPart(size_t done);
+    void reportFailure(int errorNumber);
+    void noteTornTail();
+
+    std::string path_;
+    size_t bound_;
+    int fd_ = -1;
+    std::string kept_;         // records with their line feeds
+    std::vector<size_t> ends_; // of each record in kept_
+    uint64_t written_ = 0;
+    bool tornTail_ = false; // the file ends in part of a line
+    bool failing_ = false;
+    int64_t retryAt_ = 0; // milliseconds of the monotonic clock
+};
+
+#endif
