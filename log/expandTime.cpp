@@ -160,8 +160,11 @@ static void putTimeDirective(CharBuffer *out, const LogMsg *msg, char letter) {
 }
 
 void putCtime(CharBuffer *out, const LogMsg *msg, int withLineFeed) {
+    const time_t time = msg->time;
+    // A record that was kept after a short time has no broken-down time.
+    const struct tm *tm = msg->tm.tm_mday != 0 ? &msg->tm : localtime(&time);
     char text[CTIME_SIZE];
-    if (asctime_r(&msg->tm, text) == nullptr)
+    if (tm == nullptr || asctime_r(tm, text) == nullptr)
         return;
     if (withLineFeed == 0)
         *strchrnul(text, '\n') = '\0';
