@@ -63,6 +63,11 @@ const char *textOf(const Verdict (&verdicts)[COUNT], int32_t status) {
     return "unknown";
 }
 
+unsigned recordsSent = 0;
+
+// Logs one message, from this place in the source, and counts it if it went out.
+#define NOTE(...) (recordsSent += logMsg(__VA_ARGS__) != nullptr ? 1U : 0U)
+
 volatile sig_atomic_t guardExpired = 0;
 
 // The guard's callout; its argument is the channel. See above for what it may do.
@@ -75,30 +80,30 @@ void *giveUp(intptr_t channel, uint32_t) {
 // Logs why a step did not reach its goal.
 void logFailure(const Settings &call, unsigned id, const char *step, int32_t status) {
     if (guardExpired != 0)
-        logMsg(CALL_TIMEOUT, HERE, id, call.guard);
+        NOTE(CALL_TIMEOUT, HERE, id, call.guard);
     else if (status == DIALER_INTERRUPTED)
-        logMsg(CALL_HANGUP, HERE, id, step);
+        NOTE(CALL_HANGUP, HERE, id, step);
     else if (status == DIALER_REFUSED)
-        logMsg(LINE_REFUSED, HERE, step, call.line);
+        NOTE(LINE_REFUSED, HERE, step, call.line);
     else
-        logMsg(CALL_FAILED, HERE, id, step, status);
+        NOTE(CALL_FAILED, HERE, id, step, status);
 }
 
 Verdict placeCall(const Settings &call, unsigned id, chan_info *channel, std::ofstream &trace) {
-    logMsg(CALL_WAITING, HERE, id, call.dialToneWait);
+    NOTE(CALL_WAITING, HERE, id, call.dialToneWait);
     int32_t status = QN_wait4dialtone(channel, call.dialToneWait, trace, call.traceLevel);
     if (status == DIALER_NO_TONE || status == DIALER_OTHER_TONE)
-        logMsg(LINE_NO_DIALTONE, HERE, call.line, call.dialToneWait, status);
+        NOTE(LINE_NO_DIALTONE, HERE, call.line, call.dialToneWait, status);
     else if (status != DIALER_REACHED)
         logFailure(call, id, "waiting for dial tone", status);
     if (status != DIALER_REACHED)
         return {status, textOf(DIALTONE_VERDICTS, status)};
-    logMsg(LINE_DIALTONE, HERE, call.line);
+    NOTE(LINE_DIALTONE, HERE, call.line);
 
-    logMsg(CALL_DIALING, HERE, id, call.number.c_str());
+    NOTE(CALL_DIALING, HERE, id, call.number.c_str());
     status = QN_dial(channel, call.number.c_str(), trace, call.traceLevel);
     if (status == DIALER_REACHED)
-        logMsg(CALL_ANSWERED, HERE, id, call.number.c_str());
+        NOTE(CALL_ANSWERED, HERE, id, call.number.c_str());
     else
         logFailure(call, id, "dialling", status);
     return {status, textOf(DIAL_VERDICTS, status)};
@@ -108,8 +113,8 @@ Verdict placeCall(const Settings &call, unsigned id, chan_info *channel, std::of
 Verdict guardedCall(const Settings &call, chan_info *channel, std::ofstream &trace) {
     const unsigned id = static_cast<unsigned>(getpid());
     const time_t start = time(nullptr);
-    logMsg(CALL_START, HERE, id, call.line, call.number.c_str());
-    logMsg(LINE_SEIZED, HERE, call.line);
+    NOTE(CALL_START, HERE, id, call.line, call.number.c_str());
+    NOTE(LINE_SEIZED, HERE, call.line);
     const intptr_t argument = reinterpret_cast<intptr_t>(channel);
     if (call.guard > 0 && clkTimeout(giveUp, argument, call.guard) == UINT32_MAX)
         fprintf(stderr, "outboundCaller: no timeout to be had: calling without a guard\n");
@@ -119,8 +124,8 @@ Verdict guardedCall(const Settings &call, chan_info *channel, std::ofstream &tra
     if (verdict.status == DIALER_INTERRUPTED && guardExpired != 0)
         verdict.text = "given up";
     const long seconds = static_cast<long>(time(nullptr) - start);
-    logMsg(LINE_RELEASED, HERE, call.line, seconds);
-    logMsg(CALL_END, HERE, id, verdict.text, seconds);
+    NOTE(LINE_RELEASED, HERE, call.line, seconds);
+    NOTE(CALL_END, HERE, id, verdict.text, seconds);
     return verdict;
 }
 
@@ -137,11 +142,12 @@ int run(const Settings &call) {
     if (!trace)
         fprintf(stderr, "outboundCaller: %s: cannot be written: no trace\n", call.trace.c_str());
     chan_info *channel = vxOpenChannel();
-    logMsg(SYS_STARTED, HERE, static_cast<int>(getpid()), "1.0");
+    NOTE(SYS_STARTED, HERE, static_cast<int>(getpid()), "1.0");
     const Verdict verdict = guardedCall(call, channel, trace);
     vxCloseChannel(channel);
     logend();
     printf("verdict: %s, status %d\n", verdict.text, static_cast<int>(verdict.status));
+    printf("records sent: %u\n", recordsSent);
     return verdict.status == DIALER_REACHED ? 0 : 1;
 }
 

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <fcntl.h>
 #include <fstream>
@@ -53,6 +54,7 @@ Call call(const std::string &line, const std::vector<const char *> &options) {
     call.result = runInChild([&] {
         setenv("VX_LINE_SCRIPT", (LINES_DIR "/" + line).c_str(), 1);
         setenv("LOGROOT", root.path().c_str(), 1);
+        setenv("LOGDSTPRISHMKEY", "0x5155AAAA", 1); // a table that is not there
         std::vector<char *> words = {const_cast<char *>("outboundCaller")};
         for (const char *option : options)
             words.push_back(const_cast<char *>(option));
@@ -108,7 +110,9 @@ TEST(OutboundCaller, saysOnEachLineHowTheCallEnded) {
     };
     for (const auto &row : rows) {
         const Call made = call(row.line, row.options);
-        EXPECT_EQ(made.result.out, std::string("verdict: ") + row.verdict + "\n");
+        const auto sent = std::count(made.records.begin(), made.records.end(), ' ');
+        EXPECT_EQ(made.result.out, std::string("verdict: ") + row.verdict +
+                                       "\nrecords sent: " + std::to_string(sent) + "\n");
         EXPECT_EQ(made.result.exitCode, row.exitCode);
         EXPECT_EQ(made.records, row.records) << row.line;
         const std::string &trace = made.result.err;
@@ -137,8 +141,9 @@ TEST(OutboundCaller, tracesToAFileWhenTold) {
 
 TEST(OutboundCaller, callsWithoutALogWhereNoDaemonAnswers) {
     const Call made = call("refused.line", {"--log-root", "/nonexistent", "--trace-level", "0"});
-    EXPECT_EQ(made.result.out, "verdict: refused, status -1\n");
-    EXPECT_EQ(made.result.err, "outboundCaller: no log daemon answers under /nonexistent: calling "
+    EXPECT_EQ(made.result.out, "verdict: refused, status -1\nrecords sent: 0\n");
+    EXPECT_EQ(made.result.err, "getcmpLogFmt: can't open /nonexistent/cmpLogFmt.\n"
+                               "outboundCaller: no log daemon answers under /nonexistent: calling "
                                "without a log\n");
 }
 
