@@ -4,7 +4,6 @@
 #include "../options/parseln.h"
 #include "../options/readInfo.h"
 
-#include <errno.h>
 #include <stdarg.h>
 #include <stdlib.h>
 #include <string.h>
@@ -30,10 +29,8 @@ const char *formatAnew(CharBuffer **buffer, const char *format, ...) {
 }
 
 int32_t leadingNumber(const char *text, int base, const char **end) {
-    const int savedErrno = errno;
     char *after;
     const long number = strtol(text, &after, base);
-    errno = savedErrno;
     if (end != nullptr)
         *end = after;
     return number > INT32_MAX   ? INT32_MAX

@@ -212,7 +212,8 @@ static LogFieldList *parseFields(int32_t number, const char *text) {
 // ---- lookups
 
 LogFieldList *getLogFormatFields(int32_t number) {
-    if (!openCatalogue() || number < 0 || static_cast<uint32_t>(number) >= messageCount)
+    // A negative number is above every count.
+    if (!openCatalogue() || static_cast<uint32_t>(number) >= messageCount)
         return nullptr;
     LogFieldList **slot = &cache[number];
     if (*slot != nullptr)
