@@ -1,0 +1,133 @@
+#include "logStartCl.h"
+
+#include "catalogue.h"
+#include "log.h"
+
+#include "../buffers/arrays.h"
+#include "../core/mkcopy.h"
+
+#include <stddef.h>
+#include <string.h>
+
+static_assert(sizeof(void *) != 4 ||
+              (offsetof(LogStartClass, start) == 4 && sizeof(LogStartClass) == 8));
+
+static constexpr const char *END_NAME = "_MAX_LOGMSG";
+static constexpr const char *START_SUFFIX = "MSG_START";
+
+int32_t logClassReadCnt;
+
+static uint32_t classTable; // 0: none
+static CharBuffer *defaultPath;
+
+static uint32_t recordCount() {
+    return arrDescPtr[classTable].count;
+}
+
+static LogStartClass *records() {
+    return static_cast<LogStartClass *>(arrDescPtr[classTable].storage);
+}
+
+static void dropTable() {
+    if (classTable == 0)
+        return;
+    for (uint32_t i = 0; i < recordCount(); ++i)
+        freecopy(records()[i].name);
+    arrayClose(classTable);
+    classTable = 0;
+}
+
+// Takes the copy of the name over.
+static void appendClass(char *name, int32_t start) {
+    const LogStartClass record = {name, start};
+    if (name != nullptr && arrayPut(classTable, &record) == nullptr)
+        freecopy(name);
+}
+
+// A copy of the class's name in "_NAMEMSG_START"; null when the word is none such.
+static char *classNameIn(const char *word) {
+    const size_t length = strlen(word), suffix = strlen(START_SUFFIX);
+    if (word[0] != '_' || length < suffix + 2 || strcmp(word + length - suffix, START_SUFFIX) != 0)
+        return nullptr;
+    char *name = mkcopy(word + 1);
+    if (name != nullptr)
+        name[length - 1 - suffix] = '\0';
+    return name;
+}
+
+static void readClass(void *, char **words, int32_t) {
+    const char *number = words[2];
+    if (*number == '\0' || number[strspn(number, "0123456789")] != '\0')
+        return;
+    const int32_t start = leadingNumber(number, 10, nullptr);
+    if (words[1][0] == '_' && strcmp(words[1] + 1, END_NAME) == 0)
+        appendClass(mkcopy(END_NAME), start);
+    else
+        appendClass(classNameIn(words[1]), start);
+}
+
+uint32_t logReadStartClasses(const char *path) {
+    logClassReadCnt = static_cast<int32_t>(static_cast<uint32_t>(logClassReadCnt) + 1);
+    dropTable();
+    if (path == nullptr)
+        path = formatAnew(&defaultPath, "%s/head/%s", catalogueRoot(), CATALOGUE_CLASS_FILE);
+    if (path == nullptr)
+        return 0;
+    FILE *stream = fopen(path, "r");
+    if (stream == nullptr) {
+        logperror(_destination, 3, "../logStartCl", 113, "%s", path);
+        return 0;
+    }
+    classTable = arrayOpen(0, sizeof(LogStartClass));
+    if (classTable != 0)
+        readDefines(stream, readClass, nullptr);
+    fclose(stream);
+    return classTable;
+}
+
+static bool haveTable() {
+    return classTable != 0 || logReadStartClasses(nullptr) != 0;
+}
+
+// The position of the first record of that name, -1 when there is none.
+static int64_t findClass(const char *name) {
+    if (name == nullptr || *name == '\0')
+        return -1;
+    for (uint32_t i = 0; i < recordCount(); ++i)
+        if (strcmp(records()[i].name, name) == 0)
+            return i;
+    return -1;
+}
+
+int32_t logStartClass(const char *name) {
+    if (!haveTable())
+        return LOG_UNKNOWN_CLASS;
+    const int64_t position = findClass(name);
+    return position < 0 ? LOG_UNKNOWN_CLASS : records()[position].start;
+}
+
+int32_t logClassSize(const char *name) {
+    if (!haveTable())
+        return LOG_UNKNOWN_CLASS;
+    const int64_t position = findClass(name);
+    if (position < 0)
+        return 0;
+    if (position + 1 == recordCount())
+        return LOG_UNKNOWN_CLASS;
+    // Starts are never negative: no difference overflows.
+    return records()[position + 1].start - records()[position].start;
+}
+
+int32_t logTotalClasses(void) {
+    return haveTable() ? static_cast<int32_t>(recordCount()) - 1 : 0;
+}
+
+char *logGetClass(int32_t position) {
+    if (!haveTable() || position < 0 || static_cast<uint32_t>(position) >= recordCount())
+        return nullptr;
+    return records()[position].name;
+}
+
+int32_t logMaxLogMsgIndex(void) {
+    return logStartClass(END_NAME);
+}
