@@ -23,6 +23,14 @@ static inline bool isGraphByte(char ch) {
     return isgraph(static_cast<unsigned char>(ch)) != 0;
 }
 
+static inline bool isNameStartByte(char ch) {
+    return isalpha(static_cast<unsigned char>(ch)) != 0 || ch == '_';
+}
+
+static inline bool isNameByte(char ch) {
+    return isalnum(static_cast<unsigned char>(ch)) != 0 || ch == '_';
+}
+
 static inline bool isOctalByte(char ch) {
     return ch >= '0' && ch <= '7';
 }

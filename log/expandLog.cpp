@@ -7,14 +7,14 @@
 #include "byteClass.h"
 #include "expandTime.h"
 #include "expansionSettings.h"
-#include "log.h"
+#include "priorityMark.h"
+#include "synLogFlds.h"
 
 #include <stddef.h>
 #include <string.h>
 
 static constexpr uint32_t PLAIN_FLAGS = 0x100;
 static constexpr int32_t COMMENT = -2;
-static constexpr int32_t MARKED_PRIORITIES = 5;
 
 // Set while an expansion runs: one that is started meanwhile (a format that holds the message
 // itself, an error logged on the way) would overwrite its buffers, or recurse without end.
@@ -26,10 +26,6 @@ struct Expansion {
     const LogMsg *msg;
     const char *messageText;
 };
-
-static const char *priorityName(int32_t priority) {
-    return priority >= 0 && priority < MARKED_PRIORITIES ? msgPri[priority] : "";
-}
 
 // Directives. Each gets the format behind its letter and returns where the walk goes on; null is an
 // error, which abandons the expansion.
@@ -43,14 +39,14 @@ static const char *openParenthesis(const char *format) {
 static const char *putPriority(Expansion &expansion, const char *format) {
     const int32_t priority = expansion.msg->priority;
     if (*format != '(') {
-        putStrCharBuffer(expansion.out, priorityName(priority));
+        putStrCharBuffer(expansion.out, priorityMark(priority));
         return format;
     }
     format = openParenthesis(format);
     if (format == nullptr)
         return nullptr;
     if (*format == 's' || *format == 'S')
-        putStrCharBuffer(expansion.out, priorityName(priority));
+        putStrCharBuffer(expansion.out, priorityMark(priority));
     else if (*format == 'd' || *format == 'D')
         fputCharBuffer(expansion.out, static_cast<char>('0' + priority));
     else
@@ -234,17 +230,21 @@ static bool emptyBuffer(CharBuffer **buffer) {
     return true;
 }
 
-static char *expandRecord(const LogMsg *msg) {
+static char *expandRecord(LogMsg *msg) {
     ExpansionSettings &own = expansionSettings;
     Expansion expansion = {own.outBuf, msg, getExpandFmt(msg->index)};
-    if (expansion.messageText == nullptr || own.format == nullptr ||
-        !putFormat(expansion, own.format))
+    if (expansion.messageText == nullptr)
+        return nullptr;
+    const char *format = own.format;
+    if (own.usesSynthetic != 0)
+        format = translateSynFields(own.synBuf, own.format, msg, nullptr);
+    if (format == nullptr || !putFormat(expansion, format))
         return nullptr;
     char *text = putStrCharBuffer(own.outBuf, nullptr);
     return own.cutoff > 0 || own.visible != 0 ? postMsg(own.outBuf) : text;
 }
 
-static char *expandParsed(const LogMsg *msg, uint32_t flags) {
+static char *expandParsed(LogMsg *msg, uint32_t flags) {
     ExpansionSettings &own = expansionSettings;
     if (!emptyBuffer(&own.outBuf) || !emptyBuffer(&own.synBuf))
         return nullptr;
