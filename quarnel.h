@@ -23,6 +23,9 @@
 #include "log/logDstPri.h"
 #include "log/logFields.h"
 #include "log/logMsg.h"
+#include "log/logStartCl.h"
+#include "log/logSyms.h"
+#include "log/synLogFlds.h"
 #include "log/timeDefs.h"
 
 #include "options/options.h"

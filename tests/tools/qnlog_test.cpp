@@ -459,6 +459,71 @@ TEST_F(Followed, standardInputEndsIt) {
     EXPECT_EQ(0, result.exitCode);
 }
 
+TEST(Catalogue, layoutTakesSyntheticFields) {
+    const ToolResult result =
+        showText(DOWN + "\n" + MARK + "\n", {"--format", "@symbol@ @class@ @ci@ %N"});
+    EXPECT_EQ("LINE_DOWN LINE 2 ivr\nSYS_MARK SYS 10 sys\n", result.out);
+    EXPECT_EQ("cut\n", showText(DOWN + "\n", {"--format", "@field@[reason]"}).out);
+}
+
+TEST(Catalogue, filtersBySymbolClassFieldAndMessage) {
+    const std::string log = UP + "\n" + DOWN + "\n" + MARK + "\n";
+    const struct {
+        std::vector<std::string> arguments;
+        std::string expected;
+    } cases[] = {
+        {{"--symbol", "LINE_DOWN"}, DOWN_TEXT},
+        {{"--symbol", "LINE_*"}, UP_TEXT + DOWN_TEXT},
+        {{"--symbol=LINE_UP", "--symbol=SYS_MARK"}, UP_TEXT + MARK_TEXT},
+        {{"--symbol", "line_down"}, ""},
+        {{"--class", "SYS"}, MARK_TEXT},
+        {{"--class", "L*", "--priority", "3"}, DOWN_TEXT},
+        {{"--class", "NONE"}, ""},
+        {{"--field", "reason=cut"}, DOWN_TEXT},
+        {{"--field", "line=7"}, UP_TEXT + DOWN_TEXT},
+        {{"--field", "line=7", "--field", "board=?"}, UP_TEXT},
+        {{"--field", "reason="}, ""},
+        {{"--field", "nosuch=*"}, ""},
+        {{"--message", "out of service"}, DOWN_TEXT},
+        {{"--message", "ivr"}, ""},
+        {{"--message", ""}, UP_TEXT + DOWN_TEXT + MARK_TEXT},
+    };
+    for (const auto &row : cases) {
+        const ToolResult result = showShort(log, row.arguments);
+        EXPECT_EQ(row.expected, result.out) << row.arguments[1];
+        EXPECT_EQ("", result.err);
+    }
+}
+
+TEST(Catalogue, templateWritesALineForEachRecordAlone) {
+    const std::string log = "foreign\n" + DOWN + "\n# comment\n" + MARK + "\n";
+    const ToolResult result =
+        showText(log, {"--template", "page @program@ @p@ @field@[reason] \\@symbol\\@", "--color",
+                       "always"});
+    EXPECT_EQ("page ivr \"**\" cut @symbol@\npage sys \"  \" @field@[reason] @symbol@\n",
+              result.out);
+}
+
+TEST(Catalogue, templateOfSpecialBytesStaysHarmless) {
+    const std::string log = record(101, 3, "ivr", {"7", "a\x1B[2Jb"}) + "\n";
+    EXPECT_EQ(showText(log, {"--template", "@field@[1]"}).out.find('\x1B'), std::string::npos);
+}
+
+TEST(Catalogue, badTemplateIsRefusedBeforeAnythingIsRead) {
+    const ToolResult unknown = showText(UP + "\n", {"--template", "@nosuch@"});
+    EXPECT_EQ(2, unknown.exitCode);
+    EXPECT_EQ("", unknown.out);
+    EXPECT_EQ("qnlog: --template: @nosuch@ : Unrecognized synthetic field name\n", unknown.err);
+    const ToolResult key = showText(UP + "\n", {"--template", "@key@"});
+    EXPECT_EQ(2, key.exitCode);
+    EXPECT_EQ("qnlog: --template: @key@ : specified in illegal context\n", key.err);
+}
+
+TEST(Catalogue, fieldWithoutASignIsAMistake) {
+    EXPECT_EQ(2, showText(UP + "\n", {"--field", "line"}).exitCode);
+    EXPECT_EQ(2, showText(UP + "\n", {"--field", "=7"}).exitCode);
+}
+
 TEST(Usage, mistakesAnswerTwo) {
     for (const std::vector<std::string> &arguments : {std::vector<std::string>{"--nonsense"},
                                                       {"--priority", "x"},

@@ -1,5 +1,5 @@
 /* qnlog: shows log files as text. */
-#include "input.h"
+#include "../common/input.h"
 #include "selection.h"
 #include "view.h"
 
@@ -8,6 +8,7 @@
 #include "../common/terminal.h"
 
 #include "log/expandLog.h"
+#include "log/synLogFlds.h"
 
 #include <cerrno>
 #include <csignal>
@@ -23,7 +24,7 @@ namespace {
 constexpr const char *USES = R"(Uses:
   qnlog --since 15m --priority 2- /var/log/voice/logfile
       what was worth a look in the last quarter of an hour
-  qnlog --follow --last 20 --format '%T(%H:%M:%S) %N %M' /var/log/voice/logfile
+  qnlog --follow --last 20 --format '%T(%H:%M:%S) @symbol@ %M' /var/log/voice/logfile
       the last records, and new ones as they come, one line each)";
 
 struct Arguments {
@@ -38,7 +39,9 @@ struct Arguments {
     bool onlyRecords = false;
     size_t last = 0;
     std::optional<std::string> priority, number, since, until;
-    std::vector<std::string> producers;
+    std::optional<std::string> message;
+    std::string fields; // --template
+    std::vector<std::string> producers, symbols, classes, fieldValues;
 };
 
 volatile std::sig_atomic_t endAsked = 0;
@@ -73,8 +76,16 @@ Selection selectionOf(const Arguments &arguments) {
             [now](const std::string &text) { return notBefore(parseMoment(text, now)); });
     require(selection, "--until", arguments.until,
             [now](const std::string &text) { return notAfter(parseMoment(text, now)); });
-    if (!arguments.producers.empty())
-        selection.require(producerLike(arguments.producers));
+    const auto requireAny = [&selection](const std::vector<std::string> &patterns, auto make) {
+        if (!patterns.empty())
+            selection.require(make(patterns));
+    };
+    requireAny(arguments.producers, producerLike);
+    requireAny(arguments.symbols, symbolLike);
+    requireAny(arguments.classes, classLike);
+    for (const std::string &value : arguments.fieldValues)
+        require(selection, "--field", value, fieldLike);
+    require(selection, "--message", arguments.message, messageHolding);
     return selection;
 }
 
@@ -91,7 +102,8 @@ ViewSettings settingsOf(const Arguments &arguments) {
     settings.width = widthOf(arguments);
     settings.visible = arguments.visible;
     settings.raw = arguments.raw && !isatty(STDOUT_FILENO);
-    settings.onlyRecords = arguments.onlyRecords;
+    settings.onlyRecords = arguments.onlyRecords || !arguments.fields.empty();
+    settings.fields = arguments.fields;
     settings.colour = arguments.colour == "always" ||
                       (arguments.colour == "auto" && terminalTakesColour(STDOUT_FILENO));
     return settings;
@@ -102,6 +114,10 @@ void setUpExpansion(const Arguments &arguments) {
     chgExpansionCutoff(0);                        // the view wraps
     if (const char *prefix = getenv("LOGCONTPREFIX"))
         chgContinuationPrefix(prefix);
+    char *mistake = nullptr;
+    if (!arguments.fields.empty() && vfySynFields(-1, arguments.fields.c_str(), &mistake, 0) == 0)
+        throw UsageMistake("--template: " +
+                           std::string(mistake == nullptr ? "not a template" : mistake));
     if (!arguments.format)
         return;
     chgExpansionFmt(arguments.format->c_str()); // tells on standard error what it does not take
@@ -273,9 +289,18 @@ void declareOptions(CLI::App &app, Arguments &arguments) {
     app.add_flag("--only-records", arguments.onlyRecords, "Leave out lines that are no records");
     app.add_option("--priority", arguments.priority, "Such as 3, 2-, 0,2-3")->type_name("LIST");
     app.add_option("--number", arguments.number, "Message numbers")->type_name("LIST");
-    app.add_option("--producer", arguments.producers, "Process names, * and ? allowed")
-        ->type_name("NAME")
-        ->allow_extra_args(false);
+    const auto repeatable = [&app](const char *name, std::vector<std::string> &values,
+                                   const char *type, const char *help) {
+        app.add_option(name, values, help)->type_name(type)->allow_extra_args(false);
+    };
+    repeatable("--producer", arguments.producers, "NAME", "Process names, * and ? allowed");
+    repeatable("--symbol", arguments.symbols, "NAME", "Message symbols, likewise");
+    repeatable("--class", arguments.classes, "NAME", "Message classes, likewise");
+    repeatable("--field", arguments.fieldValues, "NAME=VALUE", "A named field's value, likewise");
+    app.add_option("--message", arguments.message, "Messages that hold the text")
+        ->type_name("TEXT");
+    app.add_option("--template", arguments.fields, "A line with synthetic fields for each record")
+        ->type_name("TEXT");
     app.add_option("--since", arguments.since, "2026-03-01[ 12:30], 12:30, @seconds, 15m (ago)")
         ->type_name("TIME");
     app.add_option("--until", arguments.until, "Likewise")->type_name("TIME");

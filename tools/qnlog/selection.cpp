@@ -1,5 +1,9 @@
 #include "selection.h"
 
+#include "log/expandLog.h"
+#include "log/logFields.h"
+#include "log/logSyms.h"
+
 #include <algorithm>
 #include <charconv>
 #include <fnmatch.h>
@@ -92,11 +96,53 @@ Condition numberIn(const std::string &list) {
     return [set = NumberSet(list)](const LogMsg &msg) { return set.holds(msg.index); };
 }
 
+// Whether the text, which may be none, matches any of the patterns.
+static bool matchesAny(const std::vector<std::string> &patterns, const char *text) {
+    return text != nullptr &&
+           std::any_of(patterns.begin(), patterns.end(), [text](const std::string &pattern) {
+               return fnmatch(pattern.c_str(), text, 0) == 0;
+           });
+}
+
 Condition producerLike(const std::vector<std::string> &patterns) {
+    return [patterns](const LogMsg &msg) { return matchesAny(patterns, msg.producer); };
+}
+
+Condition symbolLike(const std::vector<std::string> &patterns) {
     return [patterns](const LogMsg &msg) {
-        return std::any_of(patterns.begin(), patterns.end(), [&](const std::string &pattern) {
-            return fnmatch(pattern.c_str(), msg.producer, 0) == 0;
-        });
+        return matchesAny(patterns, logAbsIndexToSymbol(msg.index));
+    };
+}
+
+Condition classLike(const std::vector<std::string> &patterns) {
+    return [patterns](const LogMsg &msg) {
+        const LogSymbol *symbol = logFindAbsIndex(msg.index);
+        return symbol != nullptr && matchesAny(patterns, symbol->className);
+    };
+}
+
+Condition fieldLike(const std::string &text) {
+    const size_t sign = text.find('=');
+    if (sign == std::string::npos || sign == 0)
+        throw std::invalid_argument("\"" + text + "\" is not NAME=PATTERN");
+    return [name = text.substr(0, sign), pattern = text.substr(sign + 1)](const LogMsg &msg) {
+        const int32_t position = cvtLogFieldNameToIndex(msg.index, name.c_str());
+        return position >= 0 && position < msg.argCount &&
+               fnmatch(pattern.c_str(), msg.args[position].value, 0) == 0;
+    };
+}
+
+// The message alone is had by a layout that holds nothing else.
+Condition messageHolding(const std::string &part) {
+    return [part](const LogMsg &msg) {
+        const char *current = getExpansionFmt();
+        const std::string layout = current == nullptr ? "" : current;
+        chgExpansionFmt("%M");
+        const char *message = expandLog(msg.record);
+        const bool holds =
+            message != nullptr && std::string(message).find(part) != std::string::npos;
+        chgExpansionFmt(layout.c_str());
+        return holds;
     };
 }
 

@@ -44,7 +44,13 @@ time_t parseMoment(const std::string &text, time_t now);
 Condition priorityIn(const std::string &list);
 Condition numberIn(const std::string &list);
 Condition
-producerLike(const std::vector<std::string> &patterns); // any of them; as file names match
+producerLike(const std::vector<std::string> &patterns);         // any of them; as file names match
+Condition symbolLike(const std::vector<std::string> &patterns); // of the catalogue
+Condition classLike(const std::vector<std::string> &patterns);
+/* "NAME=PATTERN": a message with a field of that name whose value matches. Throws
+   std::invalid_argument. */
+Condition fieldLike(const std::string &text);
+Condition messageHolding(const std::string &part); // the message's text with its arguments
 Condition notBefore(time_t moment);
 Condition notAfter(time_t moment);
 

@@ -3,6 +3,7 @@
 #include "../common/terminal.h"
 
 #include "log/expandLog.h"
+#include "log/synLogFlds.h"
 
 #include <algorithm>
 #include <iterator>
@@ -63,9 +64,19 @@ std::string View::showOther(const std::string &bytes, const char *mark, size_t &
     return coloured(mark, MARK_COLOUR) + " " + shown + "\n";
 }
 
-std::string View::showRecord(const LogMsg &msg, std::string &text) {
+// The template's line for the record: neither wrapped nor coloured, for it is meant for programs.
+std::string View::filledIn(LogMsg &msg) {
+    work_->next = work_->text;
+    const char *text = translateSynFields(work_.get(), settings_.fields.c_str(), &msg, nullptr);
+    const std::string line = text == nullptr ? "" : text;
+    return (settings_.raw ? line : withoutControls(line)) + '\n';
+}
+
+std::string View::showRecord(LogMsg &msg, std::string &text) {
     if (!settings_.selection.accepts(msg))
         return "";
+    if (!settings_.fields.empty())
+        return filledIn(msg);
     const char *expansion = expandLogEnhanced(text.data(), EXPAND_FLAGS, nullptr);
     if (expansion != nullptr)
         return finished(laidOut(expansion), colourOf(msg.priority));

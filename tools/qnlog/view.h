@@ -3,7 +3,7 @@
 #ifndef TOOLS_QNLOG_VIEW_H
 #define TOOLS_QNLOG_VIEW_H
 
-#include "entryReader.h"
+#include "../common/entryReader.h"
 #include "selection.h"
 
 #include "buffers/charBuffer.h"
@@ -18,6 +18,7 @@ struct ViewSettings {
     bool colour = false;      // by priority
     bool raw = false;         // control characters of records as they are: never for a terminal
     bool onlyRecords = false; // other lines are counted only
+    std::string fields;       // a template with synthetic fields for each record; empty: the layout
     Selection selection;
 };
 
@@ -31,7 +32,8 @@ class View {
     bool allExpanded() const { return unexpanded_.empty(); }
 
   private:
-    std::string showRecord(const LogMsg &msg, std::string &text);
+    std::string showRecord(LogMsg &msg, std::string &text);
+    std::string filledIn(LogMsg &msg);
     std::string showOther(const std::string &bytes, const char *mark, size_t &count);
     std::string laidOut(const std::string &text);
     std::string coloured(const std::string &text, const char *colour) const;

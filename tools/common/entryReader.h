@@ -7,8 +7,8 @@
  * the first line alone is an entry marked as cut (a writer that died, a disk that was full), and
  * the lines behind it are read as any others. What stands behind a record's GS on the same line is
  * an entry of its own. A line longer than 1 MiB comes in pieces. */
-#ifndef TOOLS_QNLOG_ENTRYREADER_H
-#define TOOLS_QNLOG_ENTRYREADER_H
+#ifndef TOOLS_COMMON_ENTRYREADER_H
+#define TOOLS_COMMON_ENTRYREADER_H
 
 #include <cstddef>
 #include <optional>
@@ -18,8 +18,9 @@
 constexpr size_t MAX_ENTRY_BYTES = 1 << 20;
 
 struct LogEntry {
-    std::string bytes; // without the line feed that ends it
-    bool cut = false;  // a record without its end
+    std::string bytes;        // without the line feed that ends it
+    bool cut = false;         // a record without its end
+    bool hasLineFeed = false; // whether one ended it
 };
 
 class EntryReader {

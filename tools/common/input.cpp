@@ -1,6 +1,6 @@
 #include "input.h"
 
-#include "../common/report.h"
+#include "report.h"
 
 #include <cerrno>
 #include <fcntl.h>

@@ -1,8 +1,8 @@
 /* Where a log's bytes come from: a file, or standard input ("-"). When followed, a file is read on
  * as it grows, and from its beginning again when another one has taken its name or it has become
  * shorter. */
-#ifndef TOOLS_QNLOG_INPUT_H
-#define TOOLS_QNLOG_INPUT_H
+#ifndef TOOLS_COMMON_INPUT_H
+#define TOOLS_COMMON_INPUT_H
 
 #include "entryReader.h"
 

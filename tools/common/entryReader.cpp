@@ -29,7 +29,7 @@ void EntryReader::feed(std::string_view bytes) {
 }
 
 LogEntry EntryReader::take(size_t length, bool withLineFeed, bool cut) {
-    LogEntry entry = {std::string(rest().substr(0, length)), cut};
+    LogEntry entry = {std::string(rest().substr(0, length)), cut, withLineFeed};
     start_ += length + (withLineFeed ? 1 : 0);
     scanned_ = 0;
     // Moved down seldom, so that taking many short lines stays cheap.
