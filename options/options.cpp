@@ -9,6 +9,7 @@
 #include "../core/staticObj.h"
 
 #include <ctype.h>
+#include <errno.h>
 #include <pwd.h>
 #include <stddef.h>
 #include <stdio.h>
@@ -201,9 +202,22 @@ struct Expansion {
     CharBuffer *out;
 };
 
+// Makes the next growth one of at least so many bytes, and at least a doubling: steps of one fixed
+// size copy a long text over and over.
+static void prepareGrowth(CharBuffer *buffer, size_t bytes) {
+    size_t step = static_cast<size_t>(buffer->size);
+    if (step < static_cast<size_t>(TEXT_INCREMENT))
+        step = static_cast<size_t>(TEXT_INCREMENT);
+    if (step < bytes && bytes <= INT32_MAX)
+        step = bytes;
+    buffer->increment = static_cast<uint32_t>(step);
+}
+
 static void put(Expansion &expansion, const char *text) {
-    if (text != nullptr)
-        putStrCharBuffer(expansion.out, text);
+    if (text == nullptr)
+        return;
+    prepareGrowth(expansion.out, strlen(text) + 1);
+    putStrCharBuffer(expansion.out, text);
 }
 
 static const char *getenvSpan(const char *name, size_t length) {
@@ -288,7 +302,7 @@ static void expandHome(Expansion &expansion) {
         entry = getpwnam(name.text);
         endpwent();
     }
-    if (entry == nullptr) {
+    if (entry == nullptr || entry->pw_dir == nullptr) {
         fputCharBuffer(expansion.out, '~');
         return;
     }
@@ -355,25 +369,42 @@ char *shellVariable(char *text) {
     return detachCharBuffer(expansion.out);
 }
 
+// Appends the stream's bytes up to its end. False when memory is exhausted. A signal does not end
+// them: the clock's interrupts reads.
+static bool readOutput(FILE *stream, CharBuffer *output) {
+    for (;;) {
+        const int ch = getc(stream);
+        if (ch == EOF) {
+            if (ferror(stream) == 0 || errno != EINTR)
+                return true;
+            clearerr(stream);
+            continue;
+        }
+        if (output->next >= output->limit) {
+            prepareGrowth(output, 0);
+            if (expandCharBuffer(output) == nullptr)
+                return false;
+        }
+        fputCharBuffer(output, static_cast<char>(ch));
+    }
+}
+
 // The command's whole output as a new text, less one final newline; null when it cannot be run or
 // kept.
 static char *outputOf(const char *command) {
     CharBuffer *output = mkCharBuffer(TEXT_INCREMENT);
     FILE *stream = output == nullptr ? nullptr : popen(command, "r");
-    if (stream == nullptr) {
-        freeCharBuffer(output);
-        return nullptr;
+    const bool isWhole = stream != nullptr && readOutput(stream, output);
+    if (stream != nullptr)
+        pclose(stream);
+    if (isWhole) {
+        if (output->next > output->text && output->next[-1] == '\n')
+            removeLastCharBufferChar(output);
+        if (putStrCharBuffer(output, nullptr) != nullptr)
+            return detachCharBuffer(output);
     }
-    for (int ch; (ch = getc(stream)) != EOF;)
-        fputCharBuffer(output, static_cast<char>(ch));
-    pclose(stream);
-    if (output->next > output->text && output->next[-1] == '\n')
-        removeLastCharBufferChar(output);
-    if (putStrCharBuffer(output, nullptr) == nullptr) {
-        freeCharBuffer(output);
-        return nullptr;
-    }
-    return detachCharBuffer(output);
+    freeCharBuffer(output);
+    return nullptr;
 }
 
 char *quotedShCmd(char *text, char **result) {

@@ -8,10 +8,13 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <csignal>
 #include <cstdlib>
+#include <pthread.h>
 #include <pwd.h>
 #include <string>
+#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -347,6 +350,23 @@ TEST(QuotedShCmd, removesOneFinalNewlineOnly) {
     EXPECT_EQ(commandOf("`printf '\\n\\n'`", &end), "\n");
     EXPECT_EQ(commandOf("`printf '\\n'`", &end), "");
     EXPECT_EQ(commandOf("`printf 'a\\nb'`", &end), "a\nb");
+}
+
+TEST(QuotedShCmd, signalsDoNotShortenTheOutput) {
+    expectChildPasses([] {
+        struct sigaction action = {};
+        action.sa_handler = [](int) {};
+        sigaction(SIGUSR1, &action, nullptr); // without a restart, as the clock's alarm
+        std::atomic<bool> done{false};
+        const pthread_t caller = pthread_self();
+        std::thread interrupter([&] {
+            for (; !done; usleep(500))
+                pthread_kill(caller, SIGUSR1);
+        });
+        EXPECT_EQ(expand("`for i in 1 2 3 4; do sleep 0.02; echo $i; done`"), "1\n2\n3\n4");
+        done = true;
+        interrupter.join();
+    });
 }
 
 } // namespace
