@@ -289,6 +289,20 @@ TEST_F(Daemon, framesSwallowedByAWrongLengthAreRecovered) {
     EXPECT_TRUE(awaitFile(record("a") + "\n" + record("b") + "\n"));
 }
 
+#ifndef __SANITIZE_ADDRESS__ // whose own memory a limit would count
+TEST_F(Daemon, aFrameBeyondAllMemoryIsGivenUp) {
+    start();
+    rlimit limit = {256 << 20, RLIM_INFINITY};
+    ASSERT_EQ(0, prlimit(tool->pid(), RLIMIT_AS, &limit, nullptr));
+    send("<9>999999999");
+    ASSERT_TRUE(tool->awaitErr(": a frame of 999999999 bytes cannot be taken: "));
+    const size_t told = tool->err().size();
+    send(framed("a"));
+    EXPECT_TRUE(awaitFile(record("a") + "\n"));
+    EXPECT_EQ(told, tool->err().size());
+}
+#endif
+
 TEST_F(Daemon, tornLineOfTheFileIsEnded) {
     dir.write("logfile", "half a rec");
     start();

@@ -7,17 +7,9 @@
 #include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <time.h>
 #include <unistd.h>
 
-constexpr int64_t RETRY_MILLISECONDS = 1000;
 constexpr mode_t MODE = 0640;
-
-static int64_t milliseconds() {
-    timespec now = {};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1'000'000;
-}
 
 // For reading too: the last byte tells whether a line is torn.
 static int openLog(const std::string &path) {
@@ -48,7 +40,7 @@ void LogFile::noteTornTail() {
 }
 
 void LogFile::reopen() {
-    flush(true);
+    flush();
     const int fd = openLog(path_);
     if (fd < 0) {
         reportError(path_, 0,
@@ -57,8 +49,7 @@ void LogFile::reopen() {
     }
     close(fd_);
     fd_ = fd;
-    noteTornTail();
-    flush(true); // what the old file did not take
+    noteTornTail(); // what the old file did not take is still kept, and goes to this one
 }
 
 void LogFile::add(std::string_view record) {
@@ -68,7 +59,6 @@ void LogFile::add(std::string_view record) {
 }
 
 void LogFile::reportFailure(int errorNumber) {
-    retryAt_ = milliseconds() + RETRY_MILLISECONDS;
     if (!failing_)
         reportError(path_, 0,
                     std::string(strerror(errorNumber)) +
@@ -116,9 +106,9 @@ bool LogFile::writeKept() {
     return kept_.empty();
 }
 
-bool LogFile::flush(bool must) {
-    if (kept_.empty() || (failing_ && !must && milliseconds() < retryAt_))
-        return kept_.empty();
+bool LogFile::flush() {
+    if (kept_.empty())
+        return true;
     const size_t waiting = ends_.size();
     if (!writeKept()) {
         reportFailure(errno);
@@ -132,7 +122,7 @@ bool LogFile::flush(bool must) {
 }
 
 size_t LogFile::end() {
-    flush(true);
+    flush();
     if (fd_ >= 0 && fsync(fd_) != 0 && errno != EINVAL && errno != EROFS)
         reportError(path_, 0, strerror(errno));
     return ends_.size();

@@ -1,10 +1,11 @@
 /* The log file, and what waits to be written to it. Records are added in memory and written
  * together.
  *
- * A write that fails (a full disk) is reported once and tried again each second; the records are
- * kept meanwhile. The file never ends in part of a record: what a failed write left of one is taken
- * back, and what a killed predecessor left is ended with a line feed. Whoever adds asks full()
- * first: that is the bound, which one record may pass. */
+ * A write that fails (a full disk) is reported once and the records are kept; who flushes tries
+ * again, each second at least while failing() tells so. The file never ends in part of a record:
+ * what a failed write left of one is taken back, and what a killed predecessor left is ended with a
+ * line feed. Whoever adds asks full() first: that is the bound, which one record may pass, and at
+ * the start what the pipe held. */
 #ifndef TOOLS_QNLOGD_LOGFILE_H
 #define TOOLS_QNLOGD_LOGFILE_H
 
@@ -31,9 +32,8 @@ class LogFile {
     /* Whether the bound is reached: nothing may be added. */
     bool full() const { return kept_.size() >= bound_; }
     bool failing() const { return failing_; }
-    /* Writes what is kept; false when some stays. After a failure it does nothing for a second,
-       unless it must. */
-    bool flush(bool must = false);
+    /* Writes what is kept; false when some stays. */
+    bool flush();
     /* Writes what is kept, at last, through to the disk; answers the records that are lost. */
     size_t end();
     uint64_t recordsWritten() const { return written_; }
@@ -52,7 +52,6 @@ class LogFile {
     uint64_t written_ = 0;
     bool tornTail_ = false; // the file ends in part of a line
     bool failing_ = false;
-    int64_t retryAt_ = 0; // milliseconds of the monotonic clock
 };
 
 #endif

@@ -104,8 +104,10 @@ void LogPipe::reportFailure(int failure) {
     else if (failure == EAGAIN || failure == EIO) // nothing there, or told already
         return;
     else
-        reportError(path_, 0, strerror(failure));
-    channel_.flags = 0; // what the header announced cannot be had
+        reportError(path_, 0,
+                    "a frame of " + std::to_string(channel_.length) +
+                        " bytes cannot be taken: " + strerror(failure));
+    channel_.flags = 0; // what the header announced cannot be had: do not ask for it for ever
 }
 
 LogPipe::Received LogPipe::receive(bool readable, const Consumer &consume) {

@@ -131,7 +131,7 @@ class Daemon {
     int end() {
         constexpr size_t SMALLEST_FRAME = 3;
         size_t frames = 2 * pipe_.capacity() / SMALLEST_FRAME;
-        while (frames > 0 && receiveBatch(false) && file_.flush(true))
+        while (frames > 0 && receiveBatch(false) && file_.flush())
             frames -= std::min(frames, BATCH_FRAMES);
         const size_t lost = file_.end();
         if (lost > 0)
