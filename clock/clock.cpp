@@ -503,11 +503,14 @@ int32_t clkKillTimeout(ClkFunction function, intptr_t argument) {
 
 // --- Expiry ---
 
-// The first timed record has come due: arms the alarm for the next.
-static void armForNext(Callout *first) {
-    const Callout *next = firstTimed(asItem(first), HANDLER_NEXT);
-    if (next == nullptr)
+// Arms the alarm for the first record that is not due.
+static void armForNext(const Callout *next) {
+    if (next == nullptr) {
+        // A SIGALRM that somebody raised may have come early. The alarm that is still armed must
+        // not meet what the signal is given back to, which may be the default action.
+        alarm(0);
         return;
+    }
     const uint32_t pending = alarm(next->increment);
     if (pending != 0)
         alarm(pending);
@@ -533,16 +536,12 @@ static void runDue() {
 }
 
 static void serveAlarm(int signalNumber) {
-    if (activeCallouts.head != nullptr) {
-        Callout *timed = firstTimed(firstActive(), HANDLER_FIRST);
-        if (timed != nullptr) {
-            // Kept: a SIGALRM makes the first timed record due whoever raised it.
-            if (signalNumber == SIGALRM)
-                timed->increment = 0;
-            armForNext(timed);
-        }
-        runDue();
-    }
+    Callout *timed = firstTimed(firstActive(), HANDLER_FIRST);
+    // Kept: a SIGALRM makes the first timed record due whoever raised it.
+    if (timed != nullptr && signalNumber == SIGALRM)
+        timed->increment = 0;
+    armForNext(timed == nullptr ? nullptr : firstTimed(asItem(timed), HANDLER_NEXT));
+    runDue();
     if (activeCallouts.head == nullptr)
         giveBackSigalrm();
 }

@@ -399,6 +399,33 @@ SIMULATED(Panic, queueingFindsTheNextOutsideTheTable) {
         MANGLED_AT("queueTimeout - Line: 807"), listOf3AndNoneFree() + strayAfterSecond());
 }
 
+SIMULATED(Panic, recordBeyondTheTablesLastIsOutside) {
+    clkinit(4);
+    expectPanic(
+        [] {
+            callouts[1].next = link(record(4));
+            callouts[4].increment = 5000; // were it taken for a record, the walk would end there
+            clkTimeout(note, 0, 1000);
+        },
+        MANGLED_AT("queueTimeout - Line: 807"),
+        listOf3AndNoneFree() + row(0, record(1), TEN, ZERO, "0x00000064") +
+            row(1, record(4), FIVE, "         1", "0x00000065") + "[4] " + wide(record(4)) +
+            " 0x00000000       5000          0 0x00000000 0x00000000\n"
+            "POINTER OUT OF BOUNDS!!!\n");
+}
+
+SIMULATED(Panic, missingLinkIsOutsideTheTable) {
+    clkinit(4);
+    expectPanic(
+        [] {
+            callouts[1].next = nullptr;
+            clkUntimeout(99);
+        },
+        MANGLED_AT("clkUntimeout - Line: 1083"),
+        listOf3() + row(0, record(1), TEN, ZERO, "0x00000064") +
+            row(1, nullptr, FIVE, "         1", "0x00000065") + "POINTER OUT OF BOUNDS!!!\n");
+}
+
 SIMULATED(Panic, cancelByIdFindsARing) {
     clkinit(4);
     expectPanic(

@@ -118,6 +118,13 @@ SIMULATED(Release, inTheSameSecondChargesNothing) {
     EXPECT_EQ(activeIncrements(), (Increments{10}));
 }
 
+SIMULATED(Release, stopsAnAlarmThatWasArmedMeanwhile) {
+    clkHold();
+    system.alarmAt = system.now + 3000;
+    clkRelease();
+    EXPECT_EQ(system.alarmAt, 0);
+}
+
 SIMULATED(Release, whenNotHeldDoesNothing) {
     clkRelease();
     EXPECT_EQ(maxcallouts, 0);
@@ -354,6 +361,7 @@ SIMULATED(DeepSleep, flagSetByACalloutEndsItAndItsOwnIsCancelled) {
 
 SIMULATED(DeepSleep, clearsTheFlagFirst) {
     int32_t flag = 1;
+    system.interruptAt = system.now + 1000;
     EXPECT_EQ(deepSleep(3, &flag), 0U);
     EXPECT_EQ(system.seconds(), static_cast<uint32_t>(START) + 3);
 }
@@ -556,6 +564,21 @@ SIMULATED(Suspension, whatIsDueAlreadyRunsBeforeTheOthersAreSetAside) {
     system.advanceSeconds(5);
     unsuspendTimeouts();
     EXPECT_EQ(system.alarmSeconds(), 10U);
+}
+
+SIMULATED(Suspension, lastFrameMayBeTakenByWhatRunsFirst) {
+    for (int depth = 0; depth < 4; ++depth)
+        suspendTimeouts();
+    clkTimeout(
+        [](intptr_t, uint32_t) -> void * {
+            EXPECT_EQ(suspendTimeouts(), 0);
+            return nullptr;
+        },
+        0, 5);
+    system.blocked = true;
+    system.advanceSeconds(5);
+    EXPECT_EQ(suspendTimeouts(), -1);
+    EXPECT_EQ(clksptr, suspensions + 5);
 }
 
 SIMULATED(Suspension, inACalloutSetsTheOtherDueOnesAsideToo) {

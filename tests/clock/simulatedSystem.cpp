@@ -33,7 +33,12 @@ void SimulatedSystem::deliver() {
             ++deaths;
         else if (disposition != SIG_IGN) {
             blocked = true;
-            disposition(SIGALRM);
+            const SignalHandler handler = disposition;
+            if (onHandler)
+                onHandler(true);
+            handler(SIGALRM);
+            if (onHandler)
+                onHandler(false);
             blocked = false;
         }
     }

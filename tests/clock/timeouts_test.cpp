@@ -223,6 +223,15 @@ SIMULATED(Timeouts, alarmThatIsStillArmedInTheHandlerIsPutBack) {
     EXPECT_EQ(system.alarmSeconds(), 3U);
 }
 
+SIMULATED(Timeouts, alarmOfOneThatRanEarlyIsStopped) {
+    clkTimeout(note, 1, 5);
+    system.signalArrives(); // raised from outside
+    EXPECT_EQ(calls, (Arguments{1}));
+    EXPECT_EQ(system.alarmAt, 0);
+    system.advanceSeconds(5);
+    EXPECT_EQ(system.deaths, 0);
+}
+
 SIMULATED(Timeouts, handlerCalledForAnotherSignalMakesNothingDue) {
     clkTimeout(note, 1, 5);
     clkTimeout(note, 2, 0);
@@ -373,6 +382,15 @@ SIMULATED(Cancel, ofTheFirstThatExpiredBlockedDoesNotRunIt) {
     EXPECT_EQ(calls, (Arguments{2})); // by the alarm that was pending
 }
 
+SIMULATED(Cancel, ofTheFirstWhoseAlarmWasStoppedRaisesNothing) {
+    const uint32_t first = clkTimeout(note, 1, 5);
+    clkTimeout(note, 2, 9);
+    system.alarmAt = 0;
+    EXPECT_EQ(clkUntimeout(first), 0);
+    EXPECT_EQ(system.raised, 0);
+    EXPECT_EQ(system.alarmSeconds(), 4U);
+}
+
 SIMULATED(Cancel, withOnlyDueOnesLeftKeepsTheHandler) {
     system.disposition = foreignHandler;
     const uint32_t timed = clkTimeout(note, 1, 5);
@@ -505,6 +523,25 @@ SIMULATED(Foreign, isGivenBackOnceWhenACalloutEmptiesTheList) {
     system.advanceSeconds(7);
     EXPECT_EQ(foreignCalls, 1);
     EXPECT_EQ(system.deaths, 0);
+}
+
+SIMULATED(Foreign, handlerThatCameBackWithItsAlarmIsForgotten) {
+    system.disposition = foreignHandler;
+    system.alarmAt = system.now + 10000;
+    clkTimeout(note, 1, 3);
+    system.advanceSeconds(3);
+    clkTimeout(note, 1, 3);
+    suspendTimeouts();
+    EXPECT_EQ(suspensions[0].foreignHandler, foreignHandler);
+    EXPECT_EQ(suspensions[0].foreignSecondsLeft, 7U);
+    unsuspendTimeouts();
+    system.advanceSeconds(3);
+    suspendTimeouts();
+    EXPECT_EQ(suspensions[0].disposition, foreignHandler);
+    EXPECT_EQ(suspensions[0].foreignHandler, nullptr);
+    EXPECT_EQ(suspensions[0].foreignSecondsLeft, 0U);
+    EXPECT_EQ(suspensions[0].foreignTime, 0U);
+    EXPECT_EQ(suspensions[0].secondsLeft, 4U);
 }
 
 SIMULATED(Foreign, isTakenOverAnewEachTime) {
