@@ -49,24 +49,58 @@ static int32_t makeFifo(const char *path, uint32_t mode) {
     return result;
 }
 
+namespace {
+
+struct ClockLocked {
+    ClockLocked() { pthread_mutex_lock(&clkAccessLock); }
+    ~ClockLocked() { pthread_mutex_unlock(&clkAccessLock); }
+    ClockLocked(const ClockLocked &) = delete;
+    ClockLocked &operator=(const ClockLocked &) = delete;
+};
+
+// The timeout that ends the wait for a reader.
+struct Interruption {
+    uint32_t id;       // NO_CALLOUT: none will come
+    int32_t tableSize; // the clock's when it was queued
+};
+
+} // namespace
+
+static Interruption queueInterruption() {
+    const ClockLocked lock; // no hold may begin between the look and the queueing
+    if (holdInfo.startTime != 0)
+        return {NO_CALLOUT, 0};
+    const uint32_t id = clkTimeout(CLK_NO_FUNCTION, 0, OPEN_SECONDS);
+    return {id, maxcallouts};
+}
+
+// By its identifier, since the application may have queued a timeout without a function, too; by
+// its call only where the table has grown meanwhile, which took the identifiers away.
+static void cancelInterruption(const Interruption &interruption) {
+    const ClockLocked lock;
+    if (maxcallouts == interruption.tableSize)
+        clkUntimeout(interruption.id);
+    else
+        clkKillTimeout(CLK_NO_FUNCTION, 0);
+}
+
 // The open waits for a reader until the timeout interrupts it; it asks at once where no timeout
 // would ever come.
 static int32_t probeReader(const char *path) {
-    const uint32_t timeout =
-        holdInfo.startTime != 0 ? NO_CALLOUT : clkTimeout(CLK_NO_FUNCTION, 0, OPEN_SECONDS);
-    const bool waits = timeout != NO_CALLOUT;
+    const Interruption interruption = queueInterruption();
+    const bool waits = interruption.id != NO_CALLOUT;
     const int fd = open(path, O_WRONLY | O_CLOEXEC | (waits ? 0 : O_NONBLOCK));
     const int openError = errno;
     if (fd < 0 && openError == (waits ? EINTR : ENXIO)) {
-        // Another signal may have come first. By its identifier: the timeout that fired is gone,
-        // and one that the application queued without a function must stay.
+        // Another signal may have come first. By its identifier alone: if the timeout fired, what
+        // has its call is the application's.
         if (waits)
-            clkUntimeout(timeout);
+            clkUntimeout(interruption.id);
         errno = openError;
         return 0;
     }
     if (waits)
-        clkKillTimeout(CLK_NO_FUNCTION, 0);
+        cancelInterruption(interruption);
     if (fd >= 0)
         close(fd);
     errno = fd >= 0 ? EBUSY : openError;
@@ -75,6 +109,10 @@ static int32_t probeReader(const char *path) {
 
 int32_t ipcInit(const char *path, uint32_t mode) {
     struct stat status;
+    if (path == nullptr) {
+        errno = EFAULT; // what the status call says of it
+        return -1;
+    }
     errno = 0;
     if (stat(path, &status) != 0)
         return errno == ENOENT && mode != 0 ? makeFifo(path, mode) : -1;
@@ -135,6 +173,20 @@ static bool ensureCapacity(IpcChannel *channel, int64_t count) {
     return (channel->buffer != nullptr && channel->capacity >= count) || grow(channel, count);
 }
 
+// Makes room for the text's bytes. A text inside the buffer is followed to where the growth moves
+// it.
+static bool ensureCapacityFor(IpcChannel *channel, size_t length, const char **text) {
+    const uintptr_t offset =
+        reinterpret_cast<uintptr_t>(*text) - reinterpret_cast<uintptr_t>(channel->buffer);
+    const bool isInside = channel->buffer != nullptr &&
+                          offset < static_cast<uint64_t>(channel->capacity) + HEADER_ROOM;
+    if (!ensureCapacity(channel, static_cast<int64_t>(length)))
+        return false;
+    if (isInside)
+        *text = channel->buffer + offset;
+    return true;
+}
+
 /* ---- sending ---- */
 
 static size_t formatHeader(char *header, size_t length) {
@@ -157,11 +209,11 @@ int32_t ipcSend(IpcChannel *channel, const char *message) {
         errno = EFBIG;
         return -1;
     }
-    if (!ensureCapacity(channel, static_cast<int64_t>(length)))
+    if (!ensureCapacityFor(channel, length, &message))
         return -1;
     char header[HEADER_ROOM];
     const size_t headerSize = formatHeader(header, length);
-    // The body first: it may be the one just received, in this very buffer.
+    // The body first: it may lie in this very buffer.
     memmove(channel->buffer + headerSize, message, length + 1);
     memcpy(channel->buffer, header, headerSize);
     const size_t size = headerSize + length;

@@ -48,8 +48,8 @@ typedef struct IpcChannel {
    Where nothing exists and the mode is not 0, creates a FIFO with exactly the mode's permission
    bits (07777; the umask does not count) and returns 0. Where a FIFO exists, opens it for writing
    and waits up to 4 seconds for a reader: 0 if none came. -1 otherwise, with errno: EBUSY the FIFO
-   has a reader, EEXIST the path is no FIFO, ENOENT nothing exists and the mode is 0, else that of
-   the call which failed.
+   has a reader, EEXIST the path is no FIFO, ENOENT nothing exists and the mode is 0, EFAULT the
+   path is null, else that of the call which failed.
 
    The wait is a timeout of the clock, so SIGALRM must reach the calling thread. Any signal that
    interrupts the open ends the wait as the timeout does. Where no timeout can be had (the clock is

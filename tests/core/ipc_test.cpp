@@ -11,6 +11,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <climits>
@@ -20,6 +21,7 @@
 #include <deque>
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <malloc.h>
 #include <string>
 #include <sys/mman.h>
 #include <sys/resource.h>
@@ -78,10 +80,13 @@ ssize_t writeStep(const void *buffer, size_t count) {
 
 // What the next reallocation does, where a case asks for it.
 bool failRealloc;
+int reallocsGranted;  // so many are granted first
+bool moveRealloc;     // the block moves, and the old one is spoiled
 int reallocError;     // the errno a refused one leaves; 0: untouched
 size_t reallocedSize; // the size last asked for while refusing
+void *refusedBlock;   // the block of it
 
-// What the open of ipcInit fails with, where a case asks for it; the clock's cancelling call leaves
+// What the open of ipcInit fails with, where a case asks for it; the clock's cancelling calls leave
 // another errno then.
 int openError;
 
@@ -98,9 +103,20 @@ extern "C" ssize_t write(int fd, const void *buffer, size_t count) {
 extern "C" void *realloc(void *block, size_t size) noexcept {
     static const auto next =
         reinterpret_cast<void *(*)(void *, size_t)>(dlsym(RTLD_NEXT, "realloc"));
-    if (!failRealloc)
+    if (moveRealloc && block != nullptr) {
+        const size_t old = malloc_usable_size(block);
+        void *moved = malloc(size);
+        memcpy(moved, block, std::min(old, size));
+        memset(block, '?', old);
+        free(block);
+        return moved;
+    }
+    if (!failRealloc || reallocsGranted > 0) {
+        reallocsGranted -= failRealloc ? 1 : 0;
         return next(block, size);
+    }
     reallocedSize = size;
+    refusedBlock = block;
     if (reallocError != 0)
         errno = reallocError;
     return nullptr;
@@ -118,6 +134,15 @@ extern "C" int32_t clkKillTimeout(ClkFunction function, intptr_t argument) {
     using Cancel = int32_t (*)(ClkFunction, intptr_t);
     static const auto next = reinterpret_cast<Cancel>(dlsym(RTLD_NEXT, "clkKillTimeout"));
     const int32_t result = next(function, argument);
+    if (openError != 0)
+        errno = EDOM;
+    return result;
+}
+
+extern "C" int32_t clkUntimeout(uint32_t id) {
+    using Cancel = int32_t (*)(uint32_t);
+    static const auto next = reinterpret_cast<Cancel>(dlsym(RTLD_NEXT, "clkUntimeout"));
+    const int32_t result = next(id);
     if (openError != 0)
         errno = EDOM;
     return result;
@@ -228,7 +253,7 @@ class Ipc : public testing::Test {
   protected:
     void SetUp() override { farEnd = FarEnd{}; }
     void TearDown() override {
-        failRealloc = false;
+        failRealloc = moveRealloc = false;
         free(channel.buffer);
     }
     void feed(const string &bytes) { farEnd.input.push_back({bytes, 0}); }
@@ -353,6 +378,38 @@ TEST_F(Ipc, longestBodyInItsOwnBufferCanBeSentOn) {
     channel.capacity = 1200; // as full as a channel can be
     EXPECT_EQ(ipcSend(&channel, channel.buffer), 1200);
     EXPECT_EQ(farEnd.writes, std::vector<string>{"<4>1200" + text});
+}
+
+// A frame is longer than its text, and may fill the buffer past its capacity.
+TEST_F(Ipc, textInTheChannelsBufferIsFollowedThroughItsGrowth) {
+    const string text(118, 'q');
+    for (const ptrdiff_t offset : {0, 1}) {
+        farEnd = FarEnd{};
+        ASSERT_EQ(sendText("1" + text), 119);
+        ASSERT_EQ(channel.capacity, 120);
+        moveRealloc = true;
+        EXPECT_EQ(ipcSend(&channel, channel.buffer + offset), 122 - offset);
+        moveRealloc = false;
+        EXPECT_EQ(channel.capacity, 240);
+        const string frame = ("1191" + text).substr(static_cast<size_t>(offset));
+        EXPECT_EQ(farEnd.writes.back(), (offset == 0 ? "122" : "121") + frame);
+        free(channel.buffer);
+        channel = {FAKE, 0, 0, 0, nullptr};
+    }
+}
+
+TEST_F(Ipc, capacityWithoutABufferIsNotBelieved) {
+    channel.capacity = 500;
+    EXPECT_EQ(sendText("hello"), 5);
+    EXPECT_EQ(channel.capacity, 120);
+    for (const char *input : {"005hello", "   hell\n"}) {
+        free(channel.buffer);
+        channel = {FAKE, 0, 0, 500, nullptr};
+        feed(input);
+        EXPECT_EQ(ipcRecv(&channel), 5);
+        EXPECT_EQ(channel.capacity, 120);
+        EXPECT_EQ(body(), input + 3);
+    }
 }
 
 TEST_F(Ipc, refusedGrowthLosesTheBufferButNotItsBytes) {
@@ -714,6 +771,37 @@ TEST_F(Ipc, endOfFileInsideALineIsAnInputErrorThatShowsNothing) {
     EXPECT_EQ(channel.flags & IPC_HEADER_READ, 0U);
 }
 
+TEST_F(Ipc, endOfFileBeforeALinesFirstByteLeavesItsHeaderPending) {
+    feed("   ");
+    EXPECT_EQ(ipcRecv(&channel), -1);
+    EXPECT_EQ(errno, EIO);
+    EXPECT_STREQ(ipcBadData(43), "");
+    EXPECT_EQ(channel.flags, 3U);
+    feed("abc\n");
+    EXPECT_EQ(ipcRecv(&channel), 4);
+    EXPECT_EQ(body(), "abc\n");
+    EXPECT_EQ(channel.flags & IPC_HEADER_READ, 0U);
+}
+
+TEST_F(Ipc, refusedGrowthInsideALineLosesItsHeaderAndTheBuffer) {
+    feed("   " + string(120, 'l'));
+    feed("003abc");
+    failRealloc = true;
+    reallocsGranted = 1;
+    reallocError = 0;
+    EXPECT_EQ(ipcRecv(&channel), -1);
+    EXPECT_EQ(errno, ENOSPC);
+    EXPECT_EQ(channel.flags & IPC_HEADER_READ, 0U);
+    EXPECT_EQ(channel.capacity, 0);
+    EXPECT_EQ(channel.buffer, nullptr);
+    EXPECT_EQ(reallocedSize, 240U + 13U);
+    EXPECT_EQ(string(static_cast<char *>(refusedBlock), 120), string(120, 'l'));
+    free(refusedBlock);
+    failRealloc = false;
+    EXPECT_EQ(ipcRecv(&channel), 3);
+    EXPECT_EQ(body(), "abc");
+}
+
 TEST_F(Ipc, lineGrowsTheBufferWheneverItIsFull) {
     const struct {
         size_t length; // newline included
@@ -982,6 +1070,68 @@ TEST_F(IpcInit, whatIsNoFifoIsRefused) {
     EXPECT_EQ(dir.read("file"), "text");
 }
 
+TEST_F(IpcInit, nullPathIsRefused) {
+    for (const uint32_t mode : {0U, 0600U}) {
+        errno = 0;
+        EXPECT_EQ(ipcInit(nullptr, mode), -1);
+        EXPECT_EQ(errno, EFAULT);
+    }
+}
+
+TEST_F(IpcInit, fifoIsFoundThroughASymbolicLink) {
+    expectChildPasses([this] {
+        const string path = makeFifo();
+        EXPECT_EQ(symlink("pipe", dir.file("link").c_str()), 0);
+        const int reader = open(path.c_str(), O_RDONLY | O_NONBLOCK);
+        EXPECT_EQ(ipcInit(dir.file("link").c_str(), 0600), -1);
+        EXPECT_EQ(errno, EBUSY);
+        expectNothingPending();
+        close(reader);
+    });
+}
+
+TEST_F(IpcInit, busyFifoLeavesTheApplicationsOwnTimeout) {
+    expectChildPasses([this] {
+        const string path = makeFifo();
+        const int reader = open(path.c_str(), O_RDONLY | O_NONBLOCK);
+        const uint32_t sooner = clkTimeout(CLK_NO_FUNCTION, 0, 3);
+        EXPECT_EQ(ipcInit(path.c_str(), 0600), -1);
+        EXPECT_EQ(errno, EBUSY);
+        EXPECT_EQ(activeCallouts.count, 1);
+        EXPECT_GE(clkUntimeout(sooner), 0);
+        expectNothingPending();
+        close(reader);
+    });
+}
+
+// What the clock's growth does to identifiers must not leave the wait's timeout behind.
+TEST_F(IpcInit, clockThatGrowsDuringTheWaitKeepsNoTimeout) {
+    expectChildPasses([this] {
+        const string path = makeFifo();
+        EXPECT_GE(clkUntimeout(clkTimeout(CLK_NO_FUNCTION, 0, 100)), 0); // takes the identifier 0
+        sigset_t alarmOnly;
+        sigemptyset(&alarmOnly);
+        sigaddset(&alarmOnly, SIGALRM);
+        std::atomic<bool> done{false};
+        std::thread reader([&] {
+            for (int32_t pending = 0; pending == 0 && !done; usleep(1000)) {
+                pthread_mutex_lock(&clkAccessLock);
+                pending = activeCallouts.count;
+                pthread_mutex_unlock(&clkAccessLock);
+            }
+            EXPECT_EQ(clkinit(40), 0);
+            pthread_sigmask(SIG_BLOCK, &alarmOnly, nullptr);
+            close(open(path.c_str(), O_RDONLY));
+        });
+        EXPECT_EQ(ipcInit(path.c_str(), 0), -1);
+        EXPECT_EQ(errno, EBUSY);
+        done = true;
+        reader.join();
+        EXPECT_EQ(maxcallouts, 40);
+        expectNothingPending();
+    });
+}
+
 TEST_F(IpcInit, readFifoIsBusyAndLeavesNoTimeout) {
     expectChildPasses([this] {
         const string path = makeFifo();
@@ -1100,6 +1250,29 @@ TEST_F(IpcInit, heldClockAnswersAtOnce) {
         EXPECT_EQ(activeCallouts.count, 0);
         clkRelease();
     });
+}
+
+// A hold that another thread is about to begin: whoever asks first waits for its lock.
+TEST_F(IpcInit, holdThatBeginsUnderTheClocksLockIsSeen) {
+    expectChildPasses(
+        [this] {
+            const string path = makeFifo();
+            std::atomic<bool> locked{false};
+            std::thread holder([&] {
+                pthread_mutex_lock(&clkAccessLock);
+                locked = true;
+                usleep(200000);
+                EXPECT_EQ(clkHold(), 0);
+                pthread_mutex_unlock(&clkAccessLock);
+            });
+            while (!locked) {
+            }
+            EXPECT_EQ(ipcInit(path.c_str(), 0600), 0);
+            EXPECT_EQ(activeCallouts.count, 0);
+            holder.join();
+            clkRelease();
+        },
+        10);
 }
 
 } // namespace
