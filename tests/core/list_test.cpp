@@ -61,6 +61,18 @@ TEST(List, freeListCountsItsItems) {
     EXPECT_EQ(header.count, 1);
 }
 
+TEST(List, emptiedFreeListKeepsItsCount) {
+    ListHeader header = {};
+    Item a;
+    freeItem(&header, &a.link);
+    EXPECT_EQ(getItem(&header), &a.link);
+    EXPECT_EQ(getItem(&header), nullptr);
+    EXPECT_EQ(header.count, 0);
+    header.count = 5; // whatever it says: only a removal lowers it
+    EXPECT_EQ(getItem(&header), nullptr);
+    EXPECT_EQ(header.count, 5);
+}
+
 void expectPanicEndingIn(const ChildResult &result, const std::string &ending) {
     EXPECT_EQ(result.signal, SIGABRT);
     EXPECT_EQ(result.err.rfind("\r\nPANIC: head: ", 0), 0U) << result.err;
@@ -87,6 +99,35 @@ TEST(List, queuingAnItemOfAnotherQueueIsFatal) {
         queue(&header, &a.link);
     });
     expectPanicEndingIn(result, "queue: queuing apparently queued item.\n\r\n");
+}
+
+// Its link is the end mark and not null: that alone tells that it is queued somewhere.
+TEST(List, queuingTheTailOfAnotherQueueIsFatal) {
+    const ChildResult result = runInChild([] {
+        ListHeader header = {}, other = {};
+        Item a;
+        queue(&other, &a.link);
+        queue(&header, &a.link);
+    });
+    expectPanicEndingIn(result, "queue: queuing apparently queued item.\n\r\n");
+}
+
+TEST(List, freeingAnItemTwiceIsFatal) {
+    const ChildResult tail = runInChild([] {
+        ListHeader header = {};
+        Item a;
+        freeItem(&header, &a.link);
+        freeItem(&header, &a.link);
+    });
+    expectPanicEndingIn(tail, "queue: requeuing queued item.\n\r\n");
+    const ChildResult inside = runInChild([] {
+        ListHeader header = {};
+        Item a, b;
+        freeItem(&header, &a.link);
+        freeItem(&header, &b.link);
+        freeItem(&header, &a.link);
+    });
+    expectPanicEndingIn(inside, "queue: queuing apparently queued item.\n\r\n");
 }
 
 TEST(List, diagnosticNamesAddressesAndText) {

@@ -4,12 +4,16 @@
 #include "core/staticObj.h"
 
 #include "support/childProcess.h"
+#include "support/failingAlloc.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <csignal>
+#include <cstdlib>
+#include <cstring>
 #include <thread>
+#include <unistd.h>
 
 namespace {
 
@@ -100,8 +104,39 @@ TEST(Mkcopy, emptyTextIsABlockAndNullIsNone) {
     EXPECT_EQ(mkcopy(nullptr), nullptr);
 }
 
+TEST(Mkcopy, blockHasExactlyTheTextsLengthAndOneByte) {
+    for (const char *text : {"", "x", "sixteen letters.", "\xFF\x80"}) {
+        char *copy = mkcopy(text);
+        EXPECT_EQ(lastAllocSize(), strlen(text) + 1);
+        freecopy(copy);
+    }
+}
+
+TEST(Mkcopy, exhaustedMemoryGivesNull) {
+    const FailingAlloc failing;
+    EXPECT_EQ(mkcopy("text"), nullptr);
+}
+
 TEST(Panic, writesTheMessageBetweenCarriageReturnsAndAborts) {
     const ChildResult result = runInChild([] { panic("boom"); });
+    EXPECT_EQ(result.signal, SIGABRT);
+    EXPECT_EQ(result.err, "\r\nPANIC: boom\r\n");
+}
+
+TEST(Panic, nullMessageIsAnEmptyOne) {
+    const ChildResult result = runInChild([] { panic(nullptr); });
+    EXPECT_EQ(result.signal, SIGABRT);
+    EXPECT_EQ(result.err, "\r\nPANIC: \r\n");
+}
+
+TEST(Panic, runsNoExitHandler) {
+    const ChildResult result = runInChild([] {
+        atexit([] {
+            const ssize_t written = write(STDERR_FILENO, "handler", 7);
+            static_cast<void>(written);
+        });
+        panic("boom");
+    });
     EXPECT_EQ(result.signal, SIGABRT);
     EXPECT_EQ(result.err, "\r\nPANIC: boom\r\n");
 }
