@@ -24,6 +24,11 @@ static constexpr uint32_t READER_MODES =
 static constexpr uint32_t WRITE_MASK = CLIP_MODIFIED | CLIP_EXPANDED;
 static constexpr char QUOTED_CHARACTERS[] = " \t'\"`|^<>;#&[]{}()$\n\r\f\b";
 static constexpr mode_t NEW_FILE_MODE = 0666; // less the umask
+static constexpr mode_t SET_ID_BITS = S_ISUID | S_ISGID;
+static constexpr int MAXIMUM_ROUNDS = 100; // of opening a file that is replaced meanwhile
+
+// In place of a descriptor.
+static constexpr int NOT_OPENED = -1, NOT_LOCKED = -2, NOT_EMPTIED = -3;
 
 static const char *skipBlanks(const char *text) {
     while (isspace(static_cast<unsigned char>(*text)) != 0)
@@ -65,20 +70,30 @@ static bool isStillNamed(int fd, const char *path) {
            open.st_ino == named.st_ino;
 }
 
-// A descriptor of the file with the lock held, or -1 with errno.
+// A descriptor of the file with the lock held; NOT_OPENED or NOT_LOCKED with errno. Where the path
+// names another file each time the lock is granted, the last one is taken as it is.
 static int openLocked(const char *path, int flags) {
-    for (;;) {
+    for (int round = 1;; ++round) {
         const int fd = open(path, O_RDWR | O_CLOEXEC | flags, NEW_FILE_MODE);
         if (fd == -1)
-            return -1;
+            return NOT_OPENED;
         if (!lockWhole(fd)) {
             closeKeepingErrno(fd);
-            return -1;
+            return NOT_LOCKED;
         }
-        if (isStillNamed(fd, path))
+        if (isStillNamed(fd, path) || round == MAXIMUM_ROUNDS)
             return fd;
         close(fd);
     }
+}
+
+// As openLocked, emptied under the lock; what has no length, a device or a FIFO, is taken as it is.
+static int openEmptied(const char *path) {
+    const int fd = openLocked(path, O_CREAT);
+    if (fd < 0 || ftruncate(fd, 0) == 0 || errno == EINVAL)
+        return fd;
+    closeKeepingErrno(fd);
+    return NOT_EMPTIED;
 }
 
 static Clipboard *makeClipboard(const char *path, FILE *stream) {
@@ -96,7 +111,7 @@ static Clipboard *makeClipboard(const char *path, FILE *stream) {
 
 // Takes the descriptor over; null and closed on failure.
 static Clipboard *clipboardOn(const char *path, int fd, const char *mode) {
-    if (fd == -1)
+    if (fd < 0)
         return nullptr;
     FILE *stream = fdopen(fd, mode);
     if (stream == nullptr) {
@@ -112,12 +127,7 @@ static Clipboard *clipboardOn(const char *path, int fd, const char *mode) {
 Clipboard *newClipboard(const char *path) {
     if (path == nullptr)
         return nullptr;
-    const int fd = openLocked(path, O_CREAT);
-    if (fd != -1 && ftruncate(fd, 0) == -1) {
-        closeKeepingErrno(fd);
-        return nullptr;
-    }
-    return clipboardOn(path, fd, "w+");
+    return clipboardOn(path, openEmptied(path), "w+");
 }
 
 Clipboard *modifyClipboard(const char *path) {
@@ -125,7 +135,7 @@ Clipboard *modifyClipboard(const char *path) {
         return nullptr;
     int fd = openLocked(path, 0);
     // Not emptied here: whoever else made the file since may have written into it.
-    if (fd == -1)
+    if (fd == NOT_OPENED)
         fd = openLocked(path, O_CREAT);
     return clipboardOn(path, fd, "r+");
 }
@@ -434,8 +444,32 @@ struct NewText {
     }
 };
 
+// Gives the file the owner and the permissions of another.
+static void takeAfter(int fd, const struct stat *old) {
+    // The owner first: changing it may clear permission bits. What this process may not do stays
+    // undone, and then nothing runs as somebody else.
+    const bool isOwned = fchown(fd, old->st_uid, old->st_gid) == 0;
+    const mode_t permissions = old->st_mode & (isOwned ? 07777 : 07777 & ~SET_ID_BITS);
+    if (fchmod(fd, permissions) == -1)
+        errno = 0;
+}
+
+// A text "<folder of the path>/.clipXXXXXX", to be released with free.
+static char *temporaryName(const char *path) {
+    static constexpr char NAME[] = ".clipXXXXXX";
+    const char *slash = strrchr(path, '/');
+    const size_t folder = slash == nullptr ? 0 : static_cast<size_t>(slash + 1 - path);
+    char *name = static_cast<char *>(malloc(folder + sizeof NAME));
+    if (name != nullptr) {
+        memcpy(name, path, folder);
+        memcpy(name + folder, NAME, sizeof NAME);
+    }
+    return name;
+}
+
 // A file made anew in place of one that cannot be reopened, with that one's owner and permissions;
-// -1 if none can be.
+// -1, the old one still there, if none can be. It takes the path only when it is locked, so that
+// nobody finds it empty.
 static int recreate(const Clipboard *clipboard) {
     struct stat old;
     if (fstat(fileno(clipboard->stream), &old) == -1) {
@@ -443,29 +477,29 @@ static int recreate(const Clipboard *clipboard) {
         old.st_uid = getuid();
         old.st_gid = getgid();
     }
-    unlink(clipboard->path);
-    const int fd = open(clipboard->path, O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, NEW_FILE_MODE);
-    if (fd == -1)
-        return -1;
-    // The owner first: changing it may clear permission bits.
-    if (fchown(fd, old.st_uid, old.st_gid) == -1 || fchmod(fd, old.st_mode & 07777) == -1)
-        errno = 0; // as much as this process may do
+    char *name = temporaryName(clipboard->path);
+    int fd = name == nullptr ? -1 : mkostemp(name, O_CLOEXEC);
+    if (fd != -1) {
+        takeAfter(fd, &old);
+        if (!lockWhole(fd) || rename(name, clipboard->path) == -1) {
+            unlink(name);
+            close(fd);
+            fd = -1;
+        }
+    }
+    free(name);
     return fd;
 }
 
 // The emptied file to write to: the one already open if it is empty, else a second descriptor,
-// locked as well.
+// locked as well; negative if there is none.
 static int openForRewriting(const Clipboard *clipboard) {
     struct stat status;
     const int current = fileno(clipboard->stream);
     if (fstat(current, &status) == 0 && status.st_size == 0 && lseek(current, 0, SEEK_SET) == 0)
         return current;
-    int fd = open(clipboard->path, O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, NEW_FILE_MODE);
-    if (fd == -1)
-        fd = recreate(clipboard);
-    if (fd != -1)
-        lockWhole(fd);
-    return fd;
+    const int fd = openEmptied(clipboard->path);
+    return fd == NOT_OPENED ? recreate(clipboard) : fd;
 }
 
 static int64_t writeWhole(int fd, const char *bytes, int64_t count) {
@@ -487,7 +521,7 @@ static int32_t rewriteFile(const Clipboard *clipboard, const ArrayDescriptor *en
     if (!composed.compose(entries))
         return -1;
     const int fd = openForRewriting(clipboard);
-    if (fd == -1)
+    if (fd < 0)
         return -1;
     const int64_t written =
         writeWhole(fd, composed.text->text, composed.text->next - composed.text->text);

@@ -56,7 +56,8 @@ typedef struct ClipEntry {
     2 /* values were expanded: closing never writes, so expansions cannot reach the file */
 
 /* Opens the file, created or emptied, with its lock held; it is emptied only once the lock is held.
-   Null with errno when it cannot be opened or locked. */
+   A device or FIFO is not emptied. Null with errno when it cannot be opened or locked (EDEADLK:
+   whoever holds it waits for a lock of this process). */
 QN_API Clipboard *newClipboard(const char *path);
 
 /* Opens the existing file with its lock held; when it does not exist or cannot be opened for
@@ -106,9 +107,9 @@ QN_API uint32_t removeClipboardFlags(Clipboard *clipboard, uint32_t bits);
 
 /* Rewrites the file if the flags are exactly CLIP_MODIFIED (of the two), gives the lock back and
    releases the clipboard. Returns the number of entries written; -1 when the new text could not be
-   composed, or the file neither reopened nor made anew: the old content is then untouched in the
-   first case. 0 for null, and, kept, for a clipboard that was never loaded: nothing is released
-   then, the file stays open and locked. */
+   composed, or the file neither reopened, locked nor made anew: its content is then untouched. 0
+   for null, and, kept, for a clipboard that was never loaded: nothing is released then, the file
+   stays open and locked. */
 QN_API int32_t closeClipboard(Clipboard *clipboard);
 
 /* Removes the file. 0, or -1 with errno. */

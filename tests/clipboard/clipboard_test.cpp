@@ -11,12 +11,29 @@
 
 #include <csignal>
 #include <fcntl.h>
+#include <filesystem>
+#include <grp.h>
 #include <string>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
+
+// While positive, this many times a path names no file for who asks about it.
+static int statsToFail;
+static int statsAsked;
+
+// The library's stat: it is built for large files.
+extern "C" int stat64(const char *path, struct stat64 *result) noexcept {
+    ++statsAsked;
+    if (statsToFail > 0) {
+        --statsToFail;
+        errno = ENOENT;
+        return -1;
+    }
+    return fstatat64(AT_FDCWD, path, result, 0);
+}
 
 namespace {
 
@@ -569,6 +586,204 @@ TEST(Clipboard, waiterOnAFileMadeAnewSeesTheNewOne) {
     int status = -1;
     waitpid(child, &status, 0);
     EXPECT_EQ(status, 0);
+}
+
+int statusOf(pid_t child) {
+    int status = -1;
+    waitpid(child, &status, 0);
+    return status;
+}
+
+// One direction of talk between a process and its child.
+struct Channel {
+    int ends[2];
+    Channel() { EXPECT_EQ(pipe(ends), 0); }
+    ~Channel() {
+        close(ends[0]);
+        close(ends[1]);
+    }
+    void tell() const { EXPECT_EQ(write(ends[1], "x", 1), 1); }
+    void await() const {
+        char byte;
+        EXPECT_EQ(read(ends[0], &byte, 1), 1);
+    }
+};
+
+int filesIn(const std::string &folder) {
+    int count = 0;
+    for ([[maybe_unused]] const auto &entry : std::filesystem::directory_iterator(folder))
+        ++count;
+    return count;
+}
+
+TEST(Clipboard, newClipboardWaitsForTheLockBeforeItEmpties) {
+    Case test;
+    Clipboard *clipboard = test.load("A=1\n");
+    const pid_t child = fork();
+    if (child == 0) {
+        Clipboard *fresh = newClipboard(test.path.c_str());
+        _exit(fresh != nullptr && test.content().empty() ? 0 : 1);
+    }
+    waitMilliseconds(100);
+    EXPECT_EQ(test.content(), "A=1\n");
+    EXPECT_EQ(waitpid(child, nullptr, WNOHANG), 0) << "it still waits";
+    closeClipboard(clipboard);
+    EXPECT_EQ(statusOf(child), 0);
+}
+
+TEST(Clipboard, closingWaitsForWhoHoldsTheFileMadeAnewMeanwhile) {
+    Case test;
+    Clipboard *clipboard = test.load("A=1\n");
+    unlink(test.path.c_str());
+    const Channel isHeld;
+    const pid_t child = fork();
+    if (child == 0) {
+        test.folder.write("clip", "B=9\n");
+        Clipboard *other = modifyClipboard(test.path.c_str());
+        isHeld.tell();
+        waitMilliseconds(100);
+        const bool isIntact = test.content() == "B=9\n";
+        _exit(other != nullptr && isIntact ? 0 : 1);
+    }
+    isHeld.await();
+    addClipEntry(clipboard, nullptr, "A", "2", nullptr);
+    EXPECT_EQ(closeClipboard(clipboard), 1);
+    EXPECT_EQ(statusOf(child), 0) << "its file was emptied under its lock";
+    EXPECT_EQ(test.content(), "A=2\n");
+}
+
+// The child holds the file "other" and waits for "clip", which this process holds: whoever waits
+// for "other" now would wait for ever, and the system refuses it.
+template<typename Body>
+void whileWaitingIsRefused(Case &test, const Body &body) {
+    const std::string other = test.folder.write("other", "B=9\n");
+    ASSERT_EQ(link(test.path.c_str(), test.folder.file("held").c_str()), 0);
+    const Channel isHeld;
+    const pid_t child = fork();
+    if (child == 0) {
+        Clipboard *clipboard = modifyClipboard(other.c_str());
+        isHeld.tell();
+        _exit(clipboard != nullptr && modifyClipboard(test.folder.file("held").c_str()) != nullptr
+                  ? 0
+                  : 1);
+    }
+    isHeld.await();
+    waitMilliseconds(100);
+    body(other);
+    EXPECT_EQ(statusOf(child), 0);
+}
+
+TEST(Clipboard, refusedLockGivesNullWithErrno) {
+    Case test;
+    Clipboard *clipboard = test.load("A=1\n");
+    whileWaitingIsRefused(test, [&](const std::string &other) {
+        errno = 0;
+        EXPECT_EQ(modifyClipboard(other.c_str()), nullptr);
+        EXPECT_EQ(errno, EDEADLK);
+        EXPECT_EQ(newClipboard(other.c_str()), nullptr);
+        EXPECT_EQ(test.folder.read("other"), "B=9\n");
+        closeClipboard(clipboard);
+    });
+}
+
+TEST(Clipboard, refusedLockAtTheClosingWritesNothing) {
+    Case test;
+    Clipboard *clipboard = test.load("A=1\n");
+    whileWaitingIsRefused(test, [&](const std::string &other) {
+        ASSERT_EQ(rename(other.c_str(), test.path.c_str()), 0);
+        addClipEntry(clipboard, nullptr, "A", "2", nullptr);
+        EXPECT_EQ(closeClipboard(clipboard), -1);
+        EXPECT_EQ(test.content(), "B=9\n");
+        EXPECT_EQ(test.folder.read("held"), "A=1\n");
+    });
+}
+
+TEST(Clipboard, fileReplacedForEverIsTakenAsItIsInTheEnd) {
+    Case test;
+    test.folder.write("clip", "A=1\n");
+    statsToFail = 1000000;
+    statsAsked = 0;
+    Clipboard *clipboard = modifyClipboard(test.path.c_str());
+    statsToFail = 0;
+    ASSERT_NE(clipboard, nullptr);
+    EXPECT_EQ(statsAsked, 100);
+    getClipboard(clipboard);
+    EXPECT_STREQ(findClipEntryValue(clipboard, "A"), "1");
+    closeClipboard(clipboard);
+}
+
+TEST(Clipboard, deviceCanBeAClipboardThoughItHasNoLength) {
+    Clipboard *clipboard = newClipboard("/dev/null");
+    ASSERT_NE(clipboard, nullptr);
+    EXPECT_NE(getClipboard(clipboard), 0U);
+    addClipEntry(clipboard, nullptr, "A", "1", nullptr);
+    EXPECT_EQ(closeClipboard(clipboard), 1);
+}
+
+TEST(Clipboard, fileMadeAnewIsFoundLockedOrWritten) {
+    if (geteuid() != 0)
+        GTEST_SKIP() << "needs root, to change its identity";
+    expectChildPasses([] {
+        Case test;
+        Clipboard *clipboard = test.load("A=1\n");
+        chmod(test.path.c_str(), 0440);
+        ASSERT_EQ(chmod(test.folder.path().c_str(), 0777), 0);
+        const pid_t child = fork();
+        if (child == 0) { // as root it may still open the file
+            Clipboard *waiting = modifyClipboard(test.path.c_str());
+            getClipboard(waiting);
+            const char *value = findClipEntryValue(waiting, "A");
+            _exit(value != nullptr && value[0] == '2' ? 0 : 1);
+        }
+        waitMilliseconds(100);
+        ASSERT_EQ(seteuid(12345), 0);
+        addClipEntry(clipboard, nullptr, "A", "2", nullptr);
+        EXPECT_EQ(closeClipboard(clipboard), 1);
+        ASSERT_EQ(seteuid(0), 0);
+        EXPECT_EQ(statusOf(child), 0);
+        EXPECT_EQ(filesIn(test.folder.path()), 1) << "a temporary file is left";
+    });
+}
+
+TEST(Clipboard, fileMadeAnewKeepsItsModeWhereTheOwnerCannotBeKept) {
+    if (geteuid() != 0)
+        GTEST_SKIP() << "needs root, to change its identity";
+    expectChildPasses([] {
+        Case test;
+        Clipboard *clipboard = test.load("A=1\n");
+        ASSERT_EQ(chown(test.path.c_str(), 12345, 54321), 0);
+        ASSERT_EQ(chmod(test.path.c_str(), 06440), 0);
+        ASSERT_EQ(chmod(test.folder.path().c_str(), 0777), 0);
+        ASSERT_EQ(setgroups(0, nullptr), 0);
+        ASSERT_EQ(setegid(12345), 0);
+        ASSERT_EQ(seteuid(12345), 0); // may not give a file to the group 54321
+        addClipEntry(clipboard, nullptr, "A", "2", nullptr);
+        EXPECT_EQ(closeClipboard(clipboard), 1);
+        ASSERT_EQ(seteuid(0), 0);
+        ASSERT_EQ(setegid(0), 0);
+        struct stat after;
+        ASSERT_EQ(stat(test.path.c_str(), &after), 0);
+        EXPECT_EQ(after.st_mode & 07777, 0440U) << "without the bits that change the identity";
+        EXPECT_EQ(after.st_uid, 12345U);
+        EXPECT_EQ(after.st_gid, 12345U);
+    });
+}
+
+TEST(Clipboard, fileThatCannotBeMadeAnewStaysAsItWas) {
+    if (geteuid() != 0)
+        GTEST_SKIP() << "needs root, to change its identity";
+    expectChildPasses([] {
+        Case test;
+        Clipboard *clipboard = test.load("A=1\n");
+        chmod(test.path.c_str(), 0444);
+        ASSERT_EQ(chmod(test.folder.path().c_str(), 0755), 0);
+        ASSERT_EQ(seteuid(12345), 0);
+        addClipEntry(clipboard, nullptr, "A", "2", nullptr);
+        EXPECT_EQ(closeClipboard(clipboard), -1);
+        ASSERT_EQ(seteuid(0), 0);
+        EXPECT_EQ(test.content(), "A=1\n");
+        EXPECT_EQ(filesIn(test.folder.path()), 1);
+    });
 }
 
 } // namespace
