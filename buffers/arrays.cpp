@@ -31,12 +31,12 @@ ArrayDescriptor *arrDescPtr;
 pthread_mutex_t arrAccessLock = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
 
 // A thread may hold the access lock when it takes any of these, and takes no access lock while it
-// holds one. Of the three that can meet, the order is openLock, initLock; openLock, freeListLock.
+// holds one. Only freeListLock is ever taken while another of them, openLock, is held.
 static pthread_mutex_t initLock = PTHREAD_MUTEX_INITIALIZER;
 static pthread_mutex_t openLock = PTHREAD_MUTEX_INITIALIZER;
 static pthread_mutex_t fatalLock = PTHREAD_MUTEX_INITIALIZER;
-// Guards the free list, the table's count and changes, and every change of a descriptor between
-// free and open.
+// Guards the free list, the table's count, changes and storage, and every change of a descriptor
+// between free and open.
 static pthread_mutex_t freeListLock = PTHREAD_MUTEX_INITIALIZER;
 
 static ArrayFatalFunc fatalFunc; // null: the default
@@ -148,6 +148,7 @@ static bool growTable(ArrayDescriptor *table) {
     if (grown == capacity || !commit(table, grown))
         return false;
     const Locked lock(&freeListLock);
+    table->storage = table; // it did not move, but a damaged entry is mended here
     memset(table + capacity, 0, table->increment * sizeof(ArrayDescriptor));
     chainFree(table, capacity, static_cast<uint32_t>(grown));
     __atomic_store_n(&table->capacity, static_cast<uint32_t>(grown), __ATOMIC_RELEASE);
@@ -271,17 +272,23 @@ void *expandArray(ArrayDescriptor *descriptor, int32_t slots) {
 // Makes room for the element to be put and its followers' slots. A source inside the storage is
 // followed to where the growth moves it.
 static bool makeRoom(ArrayDescriptor *descriptor, uint32_t followers, const void **source) {
-    if (uint64_t{descriptor->count} + followers < descriptor->capacity)
+    const uint64_t needed = uint64_t{descriptor->count} + followers + 1;
+    if (needed <= descriptor->capacity)
         return true;
+    // More than one slot may be missing: an increment of 1 leaves no room for the end mark.
+    const uint64_t missing = needed - descriptor->capacity;
+    if (missing > INT32_MAX)
+        return false;
     const uintptr_t offset =
         reinterpret_cast<uintptr_t>(*source) - reinterpret_cast<uintptr_t>(descriptor->storage);
     const uint64_t size = uint64_t{descriptor->capacity} * slotSize(descriptor);
-    const char *storage = static_cast<const char *>(expandArray(descriptor, 1));
+    const char *storage =
+        static_cast<const char *>(expandArray(descriptor, static_cast<int32_t>(missing)));
     if (storage == nullptr)
         return false;
     if (*source != nullptr && offset < size)
         *source = storage + offset;
-    return uint64_t{descriptor->count} + followers < descriptor->capacity;
+    return true;
 }
 
 static void *countPut(ArrayDescriptor *descriptor, void *element) {
@@ -438,9 +445,10 @@ static ArrayDescriptor copyEntry0(const ArrayDescriptor *table) {
 
 // Each check looks anew: the function told of a damage may have mended it.
 static void checkTable(const ArrayDescriptor *table) {
-    if (table->storage != table)
-        tellFatal("Dynamic Arrays Base Address Wrong\n");
     ArrayDescriptor entry = copyEntry0(table);
+    if (entry.storage != table)
+        tellFatal("Dynamic Arrays Base Address Wrong\n");
+    entry = copyEntry0(table);
     if (entry.capacity == 0 || entry.increment == 0)
         tellFatal("Dynamic Arrays Size or Increment 0\n");
     entry = copyEntry0(table);

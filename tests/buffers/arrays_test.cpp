@@ -154,6 +154,16 @@ ISOLATED(ArrayTable, growsByItsIncrementAndDoesNotMove) {
     EXPECT_EQ(arrayValidDescriptor(4999), table + 4999);
 }
 
+ISOLATED(ArrayTable, growthMendsEntryZerosStorage) {
+    arrayInit(2);
+    openInts(0);
+    arrDescPtr[0].storage = nullptr;
+    EXPECT_EQ(arrayOpen(INLINE_ARRAY, 1), 2U);
+    EXPECT_EQ(entry(0).capacity, 4U);
+    EXPECT_EQ(entry(0).storage, arrDescPtr);
+    arrayAudit(); // would end the process
+}
+
 ISOLATED(ArrayTable, endsGrowingAtItsMaximum) {
     arrayInit(1048575);
     arrDescPtr[0].nextFree = 0;
@@ -347,6 +357,18 @@ ISOLATED(ExpandArray, addsWholeIncrementsOfZeroSlots) {
     }
 }
 
+ISOLATED(ExpandArray, addsPointerSlotsToAnIndirectArray) {
+    const uint32_t index = arrayOpen(INDIRECT_ARRAY, 3);
+    void *element = arrayPut(index, "ab");
+    EXPECT_EQ(expandArray(arrDescPtr + index, 15), entry(index).storage);
+    EXPECT_EQ(lastAllocSize(), 30 * sizeof(void *));
+    EXPECT_EQ(entry(index).capacity, 30U);
+    EXPECT_EQ(entry(index).count, 1U);
+    EXPECT_EQ(textAt(index, 0), element);
+    for (uint32_t place = 1; place < 30; ++place)
+        EXPECT_EQ(textAt(index, place), nullptr);
+}
+
 ISOLATED(ExpandArray, keepsContentAndCounts) {
     const uint32_t index = openInts(10);
     EXPECT_EQ(expandArray(arrDescPtr + index, 15), entry(index).storage);
@@ -524,6 +546,47 @@ ISOLATED(IndirectArray, sourceInItsOwnPointersSurvivesTheGrowth) {
     void *fourth = textAt(index, 4);
     const void *stored = arrayPut(index, static_cast<void **>(entry(index).storage) + 4);
     EXPECT_EQ(memcmp(stored, &fourth, sizeof fourth), 0);
+}
+
+ISOLATED(IndirectArray, sourceOfItsOwnSizeInItsOwnPointersSurvivesTheGrowth) {
+    const uint32_t index = arrayOpen(INDIRECT_ARRAY, 0);
+    for (int round = 0; round < 9; ++round)
+        arrayVPut(index, nullptr, 1);
+    void *slots[2] = {textAt(index, 4), textAt(index, 5)};
+    const void *stored =
+        arrayVPut(index, static_cast<void **>(entry(index).storage) + 4, sizeof slots);
+    EXPECT_EQ(entry(index).capacity, 20U);
+    EXPECT_EQ(memcmp(stored, slots, sizeof slots), 0);
+}
+
+// One increment would be taken by the element itself.
+ISOLATED(IndirectArray, incrementOfOneGrowsForTheEndMarkToo) {
+    const uint32_t fixed = arrayOpen(INDIRECT_ARRAY, 2), own = arrayOpen(INDIRECT_ARRAY, 0);
+    arrDescPtr[fixed].increment = arrDescPtr[own].increment = 1;
+    for (uint32_t place = 0; place < 3; ++place) {
+        EXPECT_NE(arrayPut(fixed, "x"), nullptr);
+        EXPECT_NE(arrayVPut(own, "y", 2), nullptr);
+        for (const uint32_t index : {fixed, own}) {
+            EXPECT_EQ(entry(index).count, place + 1);
+            EXPECT_EQ(entry(index).capacity, place + 2);
+            EXPECT_EQ(textAt(index, place + 1), nullptr);
+        }
+    }
+}
+
+ISOLATED(IndirectArray, deletionOfAPointerStoredTwiceTakesTheFirst) {
+    const uint32_t index = arrayOpen(INDIRECT_ARRAY, 2);
+    void *a = arrayPut(index, "a"), *b = arrayPut(index, "b");
+    free(arrayPut(index, "c"));
+    void **slots = static_cast<void **>(arrDescPtr[index].storage);
+    slots[2] = a;
+    EXPECT_EQ(arrayDel(index, a), 0);
+    EXPECT_EQ(entry(index).count, 2U);
+    EXPECT_EQ(slots[0], b);
+    EXPECT_EQ(slots[1], a);
+    EXPECT_EQ(slots[2], nullptr);
+    slots[1] = nullptr; // released with the first
+    EXPECT_EQ(arrayClose(index), 0);
 }
 
 ISOLATED(IndirectArray, deletionReleasesTheFirstEqualAndMovesTheRest) {
