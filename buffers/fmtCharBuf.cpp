@@ -186,7 +186,9 @@ static int64_t floatingBound(const Conversion &conversion, double value) {
 }
 
 static int64_t textBound(const Conversion &conversion, const char *text) {
-    if (conversion.precision > 0)
+    // A precision past every object's size cuts nothing, and would be cut itself where size_t is
+    // narrow.
+    if (conversion.precision > 0 && conversion.precision < PTRDIFF_MAX)
         return static_cast<int64_t>(strnlen(text, static_cast<size_t>(conversion.precision)));
     return static_cast<int64_t>(strlen(text));
 }

@@ -121,6 +121,13 @@ TEST(FmtCharBuf, textIsNotReadPastItsPrecision) {
     delete[] array;
 }
 
+TEST(FmtCharBuf, hugePrecisionCutsNoTextsBound) {
+    EXPECT_EQ(maxFormatLength("%.2147483647s", "abcdef"), 7);
+    EXPECT_EQ(maxFormatLength("%.4294967296s", "abcdef"), 7);
+    EXPECT_EQ(maxFormatLength("%.4294967298s", "abcdef"), 7);
+    EXPECT_EQ(maxFormatLength("%.18446744073709551618s", "abcdef"), 7);
+}
+
 TEST(FmtCharBuf, boundOfFloatingNumbers) {
     const struct {
         const char *format;
@@ -280,6 +287,26 @@ TEST(FmtCharBuf, shortBoundGrowsToTheMultipleAboveTheRealLength) {
     }
 }
 
+// Both formattings and the scan take the widths from the caller's list.
+TEST(FmtCharBuf, shortBoundWithStarsTakesTheArgumentsAnew) {
+    CharBuffer *buffer = mkCharBuffer(1);
+    EXPECT_EQ(fmtCharBuffer(buffer, "%*c|%.*f|%s", 5, 'x', 1, 2.5, "end"), 13);
+    EXPECT_STREQ(buffer->text, "    x|2.5|end");
+    EXPECT_EQ(buffer->size, 14);
+    freeCharBuffer(buffer);
+}
+
+TEST(FmtCharBuf, formatThatEndsInsideAConversionIsAFailedFormatter) {
+    CharBuffer *buffer = mkCharBuffer(16);
+    EXPECT_EQ(fmtCharBuffer(buffer, "%"), -1);
+    EXPECT_STREQ(buffer->text, "");
+    putStrCharBuffer(buffer, "kept");
+    EXPECT_EQ(fmtCharBuffer(buffer, "more%"), -1);
+    EXPECT_STREQ(buffer->text, "kept");
+    EXPECT_EQ(buffer->next - buffer->text, 4);
+    freeCharBuffer(buffer);
+}
+
 TEST(FmtCharBuf, shortBoundOfSmallFractions) {
     CharBuffer *buffer = mkCharBuffer(1);
     EXPECT_EQ(fmtCharBuffer(buffer, "%f", 0.25), 8);
@@ -341,6 +368,22 @@ TEST(FmtCharBuf, failedGrowthForTheBoundLeavesTheBuffer) {
     }
     EXPECT_EQ(memcmp(buffer, &before, sizeof before), 0);
     EXPECT_STREQ(buffer->text, "kept");
+    freeCharBuffer(buffer);
+}
+
+TEST(FmtCharBuf, failedGrowthOnAResetBufferLeavesItReset) {
+    CharBuffer *buffer = mkCharBuffer(8);
+    putStrCharBuffer(buffer, "stale");
+    buffer->next = buffer->text;
+    const CharBuffer before = *buffer;
+    const FailingAlloc failing;
+    EXPECT_EQ(fmtCharBuffer(buffer, "%s", "longer than eight"), -1);
+    EXPECT_EQ(memcmp(buffer, &before, sizeof before), 0);
+    EXPECT_EQ(fmtCharBuffer(buffer, "%80c", 'x'), -1);
+    EXPECT_EQ(memcmp(buffer, &before, sizeof before), 0);
+    EXPECT_STREQ(buffer->text, "");
+    EXPECT_EQ(fmtCharBuffer(buffer, "%s", "fresh"), 5);
+    EXPECT_STREQ(buffer->text, "fresh");
     freeCharBuffer(buffer);
 }
 
