@@ -222,6 +222,16 @@ TEST_F(CharBufferTest, characterAtTheEndIsAppended) {
     EXPECT_EQ(content(), "a\xFF");
 }
 
+TEST_F(CharBufferTest, characterAtTheEndOfAFullLaterBlockGrowsIt) {
+    make(4);
+    fill("abcdefgh");
+    ASSERT_EQ(buffer->next, buffer->limit);
+    EXPECT_EQ(insertChrIntoCharBuffer(buffer, 'x', 8), buffer->text);
+    EXPECT_EQ(buffer->size, 12);
+    EXPECT_EQ(lastAllocSize(), 12U);
+    EXPECT_EQ(content(), "abcdefghx");
+}
+
 // Beyond the end no terminator is counted: four characters fill a block of four.
 TEST_F(CharBufferTest, characterBeyondTheEndGrowsOnlyWhereItDoesNotFit) {
     const struct {
@@ -283,6 +293,20 @@ TEST_F(CharBufferTest, textInsideMovesTheTerminatorToo) {
     insertStrIntoCharBuffer(buffer, "0123456789", 0);
     EXPECT_STREQ(buffer->text, "0123456789axybc");
     EXPECT_EQ(buffer->size, 16);
+}
+
+// The byte at next lies past the block's end until the growth.
+TEST_F(CharBufferTest, textInsideFullUnterminatedContentGrowsFirst) {
+    for (const std::string before : {"abcd", "abcdefgh"}) {
+        buffer = mkCharBuffer(4);
+        fill(before);
+        ASSERT_EQ(buffer->next, buffer->limit);
+        EXPECT_EQ(insertStrIntoCharBuffer(buffer, "xy", 1), buffer->text);
+        EXPECT_EQ(content(), "axy" + before.substr(1));
+        EXPECT_EQ(buffer->size, static_cast<int32_t>(before.size()) + 4);
+        freeCharBuffer(buffer);
+        buffer = nullptr;
+    }
 }
 
 TEST_F(CharBufferTest, textInsideBelowAtAndAboveTheBlocksEnd) {

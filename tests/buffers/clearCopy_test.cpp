@@ -133,6 +133,28 @@ TEST(ClearCopy, modesWithoutARenderingDropTheByte) {
     }
 }
 
+TEST(ClearCopy, unassignedFlagBitsChangeNothing) {
+    constexpr int32_t assigned = CLEAR_MODE_MASK | CLEAR_WHITE | CLEAR_BACKSPACE | CLEAR_KEEP_BS |
+                                 CLEAR_KEEP_WHITE | CLEAR_SPACE | CLEAR_TAB;
+    const std::string text = "ab\bc \t\n\001\x81";
+    const struct {
+        int32_t flags;
+        const char *expected;
+    } rows[] = {
+        {CLEAR_UPPER, "ab<BS>c \t\n<SOH><-SOH>"},
+        {CLEAR_UPPER | CLEAR_WHITE, "ab<BS>c<SP>\t<NL><SOH><-SOH>"},
+        {CLEAR_HEX | CLEAR_BACKSPACE | CLEAR_WHITE | CLEAR_TAB, "ac<20><09><0a><01><81>"},
+    };
+    for (const auto &row : rows)
+        for (const int32_t unassigned : {~assigned, INT32_MIN, 0x40000000})
+            EXPECT_EQ(rendered(text, row.flags | (unassigned & ~assigned)), row.expected)
+                << row.flags << ' ' << unassigned;
+}
+
+TEST(ClearCopy, minusOneIsEveryFlagAndTheLastMode) {
+    EXPECT_EQ(rendered("xab\bc \t\n\001", -1), "xac\n");
+}
+
 TEST(ClearCopy, backspacesErase) {
     const struct {
         const char *text;
@@ -240,6 +262,30 @@ TEST(ClearCopy, exhaustedMemoryGivesNullAndATerminatedBuffer) {
         EXPECT_EQ(buffer->next, buffer->text);
         freeCharBuffer(buffer);
     }
+}
+
+// The erased copy and the rendering itself need memory: each is refused in turn.
+TEST(ClearCopy, exhaustedMemoryOfEveryStepGivesNullAndATerminatedBuffer) {
+    constexpr int32_t all = CLEAR_UPPER | CLEAR_WHITE | CLEAR_TAB | CLEAR_KEEP_WHITE;
+    for (const int32_t flags : {all, all | CLEAR_BACKSPACE})
+        for (const char *unit : {" ", "\t", "\n", "\v", "\x7F", "xx"}) {
+            std::string text = "a\bb";
+            for (int round = 0; round < 20; ++round)
+                text += unit;
+            for (int successes = 0; successes < 3; ++successes) {
+                CharBuffer *buffer = mkCharBuffer(6);
+                putStrCharBuffer(buffer, "old");
+                char *result;
+                {
+                    const FailingAlloc failing(successes);
+                    result = clearCopyCharBuffer(buffer, text.c_str(), flags);
+                }
+                EXPECT_EQ(result, nullptr) << flags << ' ' << unit << ' ' << successes;
+                EXPECT_STREQ(buffer->text, "");
+                EXPECT_EQ(buffer->next, buffer->text);
+                freeCharBuffer(buffer);
+            }
+        }
 }
 
 TEST(ClearCopy, exhaustedMemoryLeaksNothing) {
