@@ -25,6 +25,9 @@ struct Platform {
     std::deque<Event> events;
     int startResult = 1;
     int checkResult = 1;
+    int cancelResult = 0;
+    bool uniqueFails = false;        // ensureUnique gives null
+    bool uniqueRefuses = false;      // ensureUnique gives back what it was asked about
     bool traceReplacesEvent = false; // event_trace puts (11, 0) into the record
     vx_event *record = nullptr;      // the one record of the running operation
     std::vector<char> dialled;       // what vxDial was given, terminator included
@@ -59,7 +62,7 @@ int vxStartTimer(chan_info *channel, int32_t milliseconds, int32_t third, int32_
 
 int vxCancelTimer(chan_info *channel, int32_t second) {
     note("cancel(" + name(channel) + "," + std::to_string(second) + ")");
-    return 0;
+    return platform.cancelResult;
 }
 
 int vxWCheck(vx_event *event) {
@@ -94,10 +97,12 @@ void event_trace(vx_event *event, std::ofstream &trace, int32_t level) {
 
 namespace stdComponents {
 
-// The real one, after writing down how it was asked.
+// The real one unless told otherwise, after writing down how it was asked.
 StringRep *String::ensureUnique(StringRep *asked, uint32_t room, bool grow, int32_t extra) {
     note("unique(" + std::to_string(room) + "," + std::to_string(grow) + "," +
          std::to_string(extra) + ")");
+    if (platform.uniqueFails || platform.uniqueRefuses)
+        return platform.uniqueFails ? nullptr : asked;
     using Function = StringRep *(*)(StringRep *, uint32_t, bool, int32_t);
     static const Function real = reinterpret_cast<Function>(
         dlsym(RTLD_NEXT, "_ZN13stdComponents6String12ensureUniqueEPNS_9StringRepEjbi"));
@@ -265,6 +270,18 @@ TEST_F(Dialer, resultOfFetchingIsIgnored) {
     }
 }
 
+TEST_F(Dialer, resultOfCancellingIsIgnored) {
+    for (const int result : {1, -1, 42}) {
+        platform.cancelResult = result;
+        const Outcome delay = run(DELAY, {{12, 0}});
+        EXPECT_EQ(delay.status, -11);
+        EXPECT_EQ(delay.calls, "start(channel,3000,0,0) check trace(12,0) cancel(channel,0) ");
+        const Outcome dialtone = run(DIALTONE, {{4, 8}});
+        EXPECT_EQ(dialtone.status, 0);
+        EXPECT_EQ(dialtone.calls, "start(channel,3000,0,0) check trace(4,8) cancel(channel,0) ");
+    }
+}
+
 TEST_F(Dialer, eventIsReadAfterTheTraceReturned) {
     platform.traceReplacesEvent = true;
     EXPECT_EQ(run(DIAL, {{12, 5}}).status, 0);
@@ -322,6 +339,41 @@ TEST_F(Dialer, numberWithRoomIsTerminatedInPlace) {
     stdComponents::StringRep *before = number.rep;
     EXPECT_EQ(callsOfDialling(number), "dial(channel,0,5551234) check trace(11,0) ");
     EXPECT_EQ(number.rep, before);
+    EXPECT_EQ(number.rep->chars[7], '\0');
+}
+
+// Without a representation of its own: kept, only a full number is regrown.
+TEST_F(Dialer, sharedNumberWithRoomIsTerminatedForBothItsStrings) {
+    const String number("55512345");
+    number.rep->length = 7;
+    const String copy(number);
+    ASSERT_EQ(number.rep, copy.rep);
+    EXPECT_EQ(callsOfDialling(number), "dial(channel,0,5551234) check trace(11,0) ");
+    EXPECT_EQ(number.rep, copy.rep);
+    EXPECT_EQ(copy.rep->owners, 2U);
+    EXPECT_EQ(copy.rep->chars[7], '\0');
+}
+
+TEST_F(Dialer, numberThatCannotBeRegrownIsRefusedUndialled) {
+    const String number("5551234");
+    stdComponents::StringRep *before = number.rep;
+    std::ofstream trace;
+    platform.uniqueFails = true;
+    EXPECT_EQ(QN_dial(CHANNEL, number, trace, 0), -1);
+    EXPECT_EQ(platform.calls, "unique(8,1,0) ");
+    EXPECT_EQ(number.rep, before);
+    EXPECT_EQ(number.length(), 7U);
+}
+
+// The platform's string owns one writable byte more than its capacity.
+TEST_F(Dialer, unchangedRepresentationIsTerminatedBehindItsCapacity) {
+    const String number("5551234");
+    stdComponents::StringRep *before = number.rep;
+    number.rep->chars[7] = 'X';
+    platform.uniqueRefuses = true;
+    EXPECT_EQ(callsOfDialling(number), "unique(8,1,0) dial(channel,0,5551234) check trace(11,0) ");
+    EXPECT_EQ(number.rep, before);
+    EXPECT_EQ(number.capacity(), 7U);
     EXPECT_EQ(number.rep->chars[7], '\0');
 }
 
