@@ -143,9 +143,10 @@ static char *collectValue(char *from, char **valueEnd) {
         } else if (quote == '\0' && (ch == '#' || ch == ';' || isBlank(ch))) {
             break;
         } else if (ch == '\\') {
-            if (from[1] == '\0')
+            ++from;
+            if (*from == '\0') // ends the value, and is no rest
                 break;
-            *to++ = *++from;
+            *to++ = *from;
         } else {
             *to++ = ch;
         }
@@ -169,6 +170,8 @@ int parseXeqY(intptr_t, intptr_t, const char *line, char **name, char **value, c
         return 0;
     char *text = workingCopy(line);
     CharBuffer *restBuffer = text == nullptr ? nullptr : emptiedRestBuffer();
+    if (restBuffer == nullptr)
+        errno = ENOMEM;
     if (restBuffer == nullptr || !startsName(*text))
         return 0;
     char *nameEnd = text;
@@ -187,8 +190,13 @@ int parseXeqY(intptr_t, intptr_t, const char *line, char **name, char **value, c
     const char *end = collectValue(text, &valueEnd);
     // The value may end just where the rest begins: the rest is taken before the value is
     // terminated.
-    if (rest != nullptr && *end != '\0')
+    if (rest != nullptr && *end != '\0') {
         *rest = putStrCharBuffer(restBuffer, end);
+        if (*rest == nullptr) {
+            errno = ENOMEM;
+            return 0;
+        }
+    }
     *valueEnd = '\0';
     *value = text;
     return 1;
@@ -200,6 +208,7 @@ int parseXeqY(intptr_t, intptr_t, const char *line, char **name, char **value, c
 struct Expansion {
     char *from;
     CharBuffer *out;
+    bool isWhole; // false once memory was exhausted: a piece is missing
 };
 
 // Makes the next growth one of at least so many bytes, and at least a doubling: steps of one fixed
@@ -213,22 +222,40 @@ static void prepareGrowth(CharBuffer *buffer, size_t bytes) {
     buffer->increment = static_cast<uint32_t>(step);
 }
 
+// Appends the character; false when memory is exhausted. The result of fputCharBuffer does not tell
+// a byte of 0xFF from failure.
+static bool putChar(CharBuffer *buffer, char ch) {
+    if (buffer->next >= buffer->limit)
+        prepareGrowth(buffer, 0);
+    const ptrdiff_t length = buffer->next - buffer->text;
+    fputCharBuffer(buffer, ch);
+    return buffer->next - buffer->text != length;
+}
+
+static void put(Expansion &expansion, char ch) {
+    if (!putChar(expansion.out, ch))
+        expansion.isWhole = false;
+}
+
 static void put(Expansion &expansion, const char *text) {
     if (text == nullptr)
         return;
     prepareGrowth(expansion.out, strlen(text) + 1);
-    putStrCharBuffer(expansion.out, text);
+    if (putStrCharBuffer(expansion.out, text) == nullptr)
+        expansion.isWhole = false;
 }
 
-static const char *getenvSpan(const char *name, size_t length) {
+static const char *getenvSpan(Expansion &expansion, const char *name, size_t length) {
     const OwnedText copy = {copySpan(name, length)};
+    if (copy.text == nullptr)
+        expansion.isWhole = false;
     return copy.text == nullptr ? nullptr : getenv(copy.text);
 }
 
 // ${name:Xword}: puts the variable's value or what the operator X makes of the expanded word.
 static void expandOperator(Expansion &expansion, const char *name, size_t nameLength, char *colon,
                            char *brace) {
-    const char *current = getenvSpan(name, nameLength);
+    const char *current = getenvSpan(expansion, name, nameLength);
     const bool isSet = current != nullptr && *current != '\0';
     const char symbol = colon + 1 < brace ? colon[1] : '\0';
     if (isSet && symbol != '+') {
@@ -238,11 +265,16 @@ static void expandOperator(Expansion &expansion, const char *name, size_t nameLe
     char *wordStart = colon + 1 < brace ? colon + 2 : brace;
     const OwnedText word = {copySpan(wordStart, static_cast<size_t>(brace - wordStart))};
     const OwnedText expanded = {shellVariable(word.text)};
+    if (!expansion.isWhole || expanded.text == nullptr) {
+        expansion.isWhole = false;
+        return;
+    }
     if (symbol == '-' || symbol == '=' || (symbol == '+' && isSet))
         put(expansion, expanded.text);
     if (symbol == '=') {
         const OwnedText nameCopy = {copySpan(name, nameLength)};
-        setEnvVar(nameCopy.text, expanded.text);
+        if (nameCopy.text == nullptr || setEnvVar(nameCopy.text, expanded.text) != 0)
+            expansion.isWhole = false;
     }
 }
 
@@ -254,7 +286,7 @@ static bool expandBraces(Expansion &expansion) {
         return false;
     char *colon = static_cast<char *>(memchr(name, ':', static_cast<size_t>(brace - name)));
     if (colon == nullptr)
-        put(expansion, getenvSpan(name, static_cast<size_t>(brace - name)));
+        put(expansion, getenvSpan(expansion, name, static_cast<size_t>(brace - name)));
     else
         expandOperator(expansion, name, static_cast<size_t>(colon - name), colon, brace);
     expansion.from = brace + 1;
@@ -269,21 +301,74 @@ static bool expandDollar(Expansion &expansion) {
     if (startsName(*next)) {
         while (continuesName(*expansion.from))
             ++expansion.from;
-        put(expansion, getenvSpan(next, static_cast<size_t>(expansion.from - next)));
+        put(expansion, getenvSpan(expansion, next, static_cast<size_t>(expansion.from - next)));
         return true;
     }
-    fputCharBuffer(expansion.out, '$');
+    put(expansion, '$');
     if (*next != '\0') {
-        fputCharBuffer(expansion.out, *next);
+        put(expansion, *next);
         ++expansion.from;
     }
     return true;
 }
 
+// Stores the stream's bytes; false when memory is exhausted.
+static bool collectOutput(FILE *stream, CharBuffer *output) {
+    for (;;) {
+        const int ch = getc(stream);
+        if (ch != EOF) {
+            if (!putChar(output, static_cast<char>(ch)))
+                return false;
+        } else if (ferror(stream) != 0 && errno == EINTR) {
+            clearerr(stream); // a caught signal: the command goes on
+        } else {
+            return true;
+        }
+    }
+}
+
+// Runs the command. Its whole output as a new text, less one final newline, becomes the result;
+// null when it cannot be run. False, the result null, when memory is exhausted.
+static bool takeOutput(const char *command, char **result) {
+    CharBuffer *output = mkCharBuffer(TEXT_INCREMENT);
+    if (output == nullptr)
+        return false;
+    FILE *stream = popen(command, "r");
+    if (stream == nullptr) {
+        const bool isExhausted = errno == ENOMEM;
+        freeCharBuffer(output);
+        return !isExhausted;
+    }
+    bool isWhole = collectOutput(stream, output);
+    pclose(stream);
+    if (output->next > output->text && output->next[-1] == '\n')
+        removeLastCharBufferChar(output);
+    isWhole = isWhole && putStrCharBuffer(output, nullptr) != nullptr;
+    if (isWhole)
+        *result = detachCharBuffer(output);
+    else
+        freeCharBuffer(output);
+    return isWhole;
+}
+
+// At a backquote: quotedShCmd, and false when memory is exhausted.
+static bool runQuoted(char **text, char **result) {
+    char *start = *text + 1;
+    char *end = start;
+    while (*end != '\0' && *end != '`')
+        end += *end == '\\' && end[1] != '\0' ? 2 : 1;
+    *text = end;
+    if (end == start)
+        return true;
+    const OwnedText command = {copySpan(start, static_cast<size_t>(end - start))};
+    return command.text != nullptr && takeOutput(command.text, result);
+}
+
 // At a backquote.
 static void expandCommand(Expansion &expansion) {
     OwnedText output = {nullptr};
-    expansion.from = quotedShCmd(expansion.from, &output.text);
+    if (!runQuoted(&expansion.from, &output.text))
+        expansion.isWhole = false;
     put(expansion, output.text);
     if (*expansion.from == '`')
         ++expansion.from;
@@ -297,13 +382,18 @@ static void expandHome(Expansion &expansion) {
         ++length;
     const OwnedText name = {length == 0 ? nullptr : copySpan(user, length)};
     const passwd *entry = nullptr;
+    errno = 0;
     if (name.text != nullptr) {
         setpwent();
         entry = getpwnam(name.text);
+        if (entry == nullptr && errno == ENOMEM)
+            expansion.isWhole = false;
         endpwent();
+    } else if (length != 0) {
+        expansion.isWhole = false;
     }
     if (entry == nullptr || entry->pw_dir == nullptr) {
-        fputCharBuffer(expansion.out, '~');
+        put(expansion, '~');
         return;
     }
     put(expansion, entry->pw_dir);
@@ -314,11 +404,11 @@ static void expandHome(Expansion &expansion) {
 static void squeezeBlanks(Expansion &expansion) {
     expansion.from = skipBlanks(expansion.from);
     if (*expansion.from != '\0')
-        fputCharBuffer(expansion.out, ' ');
+        put(expansion, ' ');
 }
 
 static void copyOne(Expansion &expansion) {
-    fputCharBuffer(expansion.out, *expansion.from++);
+    put(expansion, *expansion.from++);
 }
 
 // Takes one step, at a character other than the end; false when the expansion ends here. The order
@@ -356,55 +446,17 @@ static bool expandStep(Expansion &expansion, char &quote) {
 char *shellVariable(char *text) {
     if (text == nullptr)
         return nullptr;
-    Expansion expansion = {text, mkCharBuffer(TEXT_INCREMENT)};
+    Expansion expansion = {text, mkCharBuffer(TEXT_INCREMENT), true};
     if (expansion.out == nullptr)
         return nullptr;
     char quote = '\0';
-    while (*expansion.from != '\0' && expandStep(expansion, quote)) {
+    while (expansion.isWhole && *expansion.from != '\0' && expandStep(expansion, quote)) {
     }
-    if (putStrCharBuffer(expansion.out, nullptr) == nullptr) {
+    if (!expansion.isWhole || putStrCharBuffer(expansion.out, nullptr) == nullptr) {
         freeCharBuffer(expansion.out);
         return nullptr;
     }
     return detachCharBuffer(expansion.out);
-}
-
-// Appends the stream's bytes up to its end. False when memory is exhausted. A signal does not end
-// them: the clock's interrupts reads.
-static bool readOutput(FILE *stream, CharBuffer *output) {
-    for (;;) {
-        const int ch = getc(stream);
-        if (ch == EOF) {
-            if (ferror(stream) == 0 || errno != EINTR)
-                return true;
-            clearerr(stream);
-            continue;
-        }
-        if (output->next >= output->limit) {
-            prepareGrowth(output, 0);
-            if (expandCharBuffer(output) == nullptr)
-                return false;
-        }
-        fputCharBuffer(output, static_cast<char>(ch));
-    }
-}
-
-// The command's whole output as a new text, less one final newline; null when it cannot be run or
-// kept.
-static char *outputOf(const char *command) {
-    CharBuffer *output = mkCharBuffer(TEXT_INCREMENT);
-    FILE *stream = output == nullptr ? nullptr : popen(command, "r");
-    const bool isWhole = stream != nullptr && readOutput(stream, output);
-    if (stream != nullptr)
-        pclose(stream);
-    if (isWhole) {
-        if (output->next > output->text && output->next[-1] == '\n')
-            removeLastCharBufferChar(output);
-        if (putStrCharBuffer(output, nullptr) != nullptr)
-            return detachCharBuffer(output);
-    }
-    freeCharBuffer(output);
-    return nullptr;
 }
 
 char *quotedShCmd(char *text, char **result) {
@@ -412,18 +464,13 @@ char *quotedShCmd(char *text, char **result) {
         *result = nullptr;
     if (text == nullptr || *text != '`')
         return text;
-    char *end = text + 1;
-    while (*end != '\0' && *end != '`')
-        end += *end == '\\' && end[1] != '\0' ? 2 : 1;
-    const OwnedText command = {copySpan(text + 1, static_cast<size_t>(end - text - 1))};
-    if (command.text == nullptr || *command.text == '\0')
-        return end;
-    OwnedText output = {outputOf(command.text)};
+    OwnedText output = {nullptr};
+    runQuoted(&text, &output.text);
     if (result != nullptr) {
         *result = output.text;
         output.text = nullptr;
     }
-    return end;
+    return text;
 }
 
 int setEnvVar(const char *name, const char *value) {
@@ -436,7 +483,10 @@ int setEnvVar(const char *name, const char *value) {
     if (assignment == nullptr)
         return -1;
     snprintf(assignment, size, "%s=%s", name, value);
-    return putenv(assignment);
+    const int result = putenv(assignment);
+    if (result != 0)
+        free(assignment);
+    return result;
 }
 
 // ---- processing ----
@@ -476,7 +526,8 @@ static void applyStatement(OptionEntry *table, const char *parsedName, char *par
     const OwnedText name = {mkcopy(parsedName)};
     const bool hasText = parsedValue != nullptr && *parsedValue != '\0';
     const OwnedText value = {hasText ? shellVariable(parsedValue) : mkcopy(parsedValue)};
-    if (name.text == nullptr)
+    // Without memory: dropped, since no value would stand for the default.
+    if (name.text == nullptr || (parsedValue != nullptr && value.text == nullptr))
         return;
     OptionEntry *row = findRow(table, name.text);
     if (row != nullptr)

@@ -10,12 +10,12 @@
    passes treat a value: parseXeqY cuts it out and peels its quotes, shellVariable then expands what
    is left. So quotes peel twice: what shall reach the second pass quoted must be quoted twice.
 
-   Nothing is reported: unreadable files, malformed statements and values that do not convert are
-   passed over. Statement parsing keeps its working texts per thread; the default option and the
-   primary file's path have a mutex each. No lock is held while a handler or a command runs.
-   Handlers may parse, replace the default option and process further files. The environment itself
-   is the process's: setting it in one thread while another reads it is the application's to
-   exclude. Nothing here is safe in a signal handler. */
+   Nothing is reported: unreadable files, malformed statements, values that do not convert and
+   statements for which memory is exhausted are passed over. Statement parsing keeps its working
+   texts per thread; the default option and the primary file's path have a mutex each. No lock is
+   held while a handler or a command runs. Handlers may parse, replace the default option and
+   process further files. The environment itself is the process's: setting it in one thread while
+   another reads it is the application's to exclude. Nothing here is safe in a signal handler. */
 #ifndef QUARNEL_OPTIONS_OPTIONS_H
 #define QUARNEL_OPTIONS_OPTIONS_H
 
@@ -32,7 +32,8 @@ typedef struct OptionEntry OptionEntry;
 /* Called with the row, the name and the value as the statement gave them; the value is null when
    nothing followed the
    "=", or the row's default when defaults are applied. Both texts are the library's and valid
-   during the call. */
+   during the call. The entry is the table's row; for names that the table lacks it is a copy of the
+   default option, made for this call and released after it: keep no pointer to it or its texts. */
 typedef void (*OptionHandler)(OptionEntry *entry, char *name, char *value);
 
 struct OptionEntry {
@@ -56,11 +57,12 @@ QN_API int processOptionsFile(const char *path, OptionEntry *table);
 QN_API int processOptions(char **lines, OptionEntry *table);
 
 /* Takes one statement from the line, which is not changed. The first two arguments are ignored. 1
-   for an assignment, 0 for none (then name may have been found all the same) and when memory is
-   exhausted. value is null when the text ends after the "=". rest, which may be a null pointer,
-   receives the text from the character that ended the value onward, null when there is none. The
-   results live in storage of the calling thread until its next call, to which they may be given
-   back as the line. */
+   for an assignment, 0 for none (then name may have been found all the same) and, with errno
+   ENOMEM, when memory is exhausted. value is null when the text ends after the "=". rest, which may
+   be a null pointer, receives the text from the character that ended the value onward, null when
+   there is none; a backslash at the very end ends the value and leaves no rest. The results live in
+   storage of the calling thread until its next call, to which they may be given back as the line.
+ */
 QN_API int parseXeqY(intptr_t ignored1, intptr_t ignored2, const char *line, char **name,
                      char **value, char **rest);
 
@@ -110,7 +112,8 @@ QN_API void optEnv(OptionEntry *entry, char *name, char *value);
 QN_API void optBool(OptionEntry *entry, char *name, char *value);
 
 /* Makes a copy of the entry the default option, null for none: names that a table lacks are then
- * dropped. */
+   dropped. The handler is called with yet another copy, valid during that call only, so that it may
+   replace the default option. */
 QN_API void setDefaultOption(OptionEntry *entry);
 
 /* Sets the default option that exports each name. */

@@ -2,6 +2,7 @@
 
 #include "../buffers/arrays.h"
 
+#include <errno.h>
 #include <string.h>
 
 static constexpr uint32_t INDIRECT = 1; // elements are heap blocks of their own
@@ -15,16 +16,22 @@ static Reader readerFor(uint32_t modes) {
     return (modes & READ_JOIN_QUOTED) != 0 ? readQuotedLine : readLine;
 }
 
-// False when memory is exhausted: half a file must not pass for a whole one.
+// Whether a reader gave no line because the input has ended, and not for want of memory or because
+// the input cannot be read. Kept: a folder opens like a file and reads as an empty one.
+static bool isAtEnd(FILE *stream) {
+    return ferror(stream) != 0 ? errno == EISDIR : feof(stream) != 0;
+}
+
+// False when memory is exhausted or reading fails: half a file must not pass for a whole one.
 static bool appendLines(uint32_t array, FILE *stream, uint32_t maximum, Reader next) {
     for (uint32_t count = 0; maximum == 0 || count < maximum; ++count) {
         const char *line = next(stream);
         if (line == nullptr)
-            break;
+            return isAtEnd(stream);
         if (arrayVPut(array, line, static_cast<uint32_t>(strlen(line)) + 1) == nullptr)
             return false;
     }
-    return true;
+    return ferror(stream) == 0; // what cut the last line short
 }
 
 uint32_t readFpIntoArray(FILE *stream, uint32_t maximum, uint32_t modes) {

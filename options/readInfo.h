@@ -14,8 +14,9 @@
      setReadLine(&saved);
 
    White space inside a line, bytes above 0x7F and the kind of line end are the caller's; a zero
-   byte is stored and ends the text for who reads it as one. A failed read counts as the end of
-   input. Nothing here is safe in a signal handler. */
+   byte is stored and ends the text for who reads it as one. A read that a caught signal interrupts
+   goes on. Any other failed read counts as the end of input for the three readers; ferror tells.
+   Nothing here is safe in a signal handler. */
 #ifndef QUARNEL_OPTIONS_READINFO_H
 #define QUARNEL_OPTIONS_READINFO_H
 
@@ -76,8 +77,9 @@ QN_API uint32_t setReadLineModes(uint32_t modes);
 /* Read all lines, or the first maximum lines unless that is 0, into a dynamic array of texts, and
    return its index; the caller closes it with arrayClose. The modes choose the reader, the
    backslash before the quoted one. The reader's state is as before afterwards. 0 for a null stream,
-   a file that cannot be opened (errno tells why) and when memory is exhausted. An empty file is an
-   array without elements; so is a directory, which opens but cannot be read. */
+   a file that cannot be opened (errno tells why), and when memory is exhausted or reading fails:
+   never a part for the whole. An empty file is an array without elements; so is a directory, which
+   opens but cannot be read. */
 QN_API uint32_t readFpIntoArray(FILE *stream, uint32_t maximum, uint32_t modes);
 QN_API uint32_t readFileIntoArray(const char *path, uint32_t maximum, uint32_t modes);
 

@@ -90,6 +90,14 @@ static LineEvent advance(LineState *state, int byte, Joining joining) {
     return state->quote == NO_BYTE ? LINE_ENDED : LINE_GOES_ON;
 }
 
+// A caught signal interrupts a read; what was read before it is still there, and more may come.
+static int nextByte(FILE *stream) {
+    int byte;
+    while ((byte = getc(stream)) == EOF && ferror(stream) != 0 && errno == EINTR)
+        clearerr(stream);
+    return byte;
+}
+
 // Under the lock. The buffer is not touched until there is a first byte: at the end of input the
 // line returned last stays readable.
 static char *readLogicalLine(FILE *stream, Joining joining) {
@@ -97,7 +105,7 @@ static char *readLogicalLine(FILE *stream, Joining joining) {
     LineEvent event = LINE_GOES_ON;
     uint32_t length = 0;
     bool any = false;
-    for (int byte; event != LINE_ENDED && (byte = getc(stream)) != EOF; any = true) {
+    for (int byte; event != LINE_ENDED && (byte = nextByte(stream)) != EOF; any = true) {
         if (state.previous == '\n')
             ++inlineCnt;
         if (!storeByte(length++, byte))

@@ -5,11 +5,14 @@
 #include "buffers/arrays.h"
 #include "core/mkcopy.h"
 #include "support/childProcess.h"
+#include "support/failingAlloc.h"
 #include "support/tempDir.h"
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 #include <thread>
 #include <vector>
@@ -62,7 +65,8 @@ TEST(ParseXeqY, takesOneStatement) {
         {"A='a\\'b'", {1, "A", "a'b", "<null>"}},
         {"A=a\\;b", {1, "A", "a;b", "<null>"}},
         {"A='open", {1, "A", "open", "<null>"}},
-        {"A=ab\\", {1, "A", "ab", "\\"}},
+        {"A=ab\\", {1, "A", "ab", "<null>"}},
+        {"A='ab\\", {1, "A", "ab", "<null>"}},
         {"A==", {1, "A", "=", "<null>"}},
         {"A", {0, "A", "<null>", "<null>"}},
         {"A 1", {0, "A", "<null>", "<null>"}},
@@ -480,6 +484,158 @@ TEST(SetEnvVar, exportsAndTakesNull) {
         EXPECT_STREQ(getenv("QN_SET"), "");
         EXPECT_EQ(setEnvVar(nullptr, "x"), 0);
     });
+}
+
+TEST(ParseXeqY, exhaustedMemoryIsNoAssignmentAndToldByErrno) {
+    // In a thread of its own: it has no working texts yet.
+    std::thread([] {
+        const std::string line = "A=1; B=" + std::string(200, 'x');
+        int failures = 0;
+        for (int successes = 0; successes < 20; ++successes) {
+            char *name, *value, *rest;
+            int result, error;
+            {
+                const FailingAlloc failing(successes);
+                errno = 0;
+                result = parseXeqY(0, 0, line.c_str(), &name, &value, &rest);
+                error = errno;
+            }
+            if (result == 1) {
+                EXPECT_EQ(rest, line.substr(3));
+                continue;
+            }
+            ++failures;
+            EXPECT_EQ(error, ENOMEM);
+            EXPECT_EQ(value, nullptr);
+            EXPECT_EQ(rest, nullptr);
+        }
+        EXPECT_GT(failures, 2);
+        EXPECT_LT(failures, 20);
+    }).join();
+}
+
+char lastValue[400];
+
+void keepValue(OptionEntry *, char *, char *value) {
+    snprintf(lastValue, sizeof lastValue, "%s", value == nullptr ? "<default>" : value);
+}
+
+TEST(ProcessOptions, exhaustedMemoryDropsTheStatement) {
+    OptionEntry table[] = {{A, DEFAULT, keepValue, nullptr}, {nullptr, nullptr, nullptr, nullptr}};
+    const std::string filler(200, 'x');
+    int dropped = 0;
+    for (int successes = 0; successes < 40; ++successes) {
+        for (std::string statement : {"A=" + filler + "`echo out`", std::string("A=''")}) {
+            const bool isEmpty = statement == "A=''";
+            char *lines[] = {statement.data(), nullptr};
+            strcpy(lastValue, "<dropped>");
+            {
+                const FailingAlloc failing(successes);
+                processOptions(lines, table);
+            }
+            if (strcmp(lastValue, "<dropped>") == 0)
+                ++dropped;
+            else
+                EXPECT_EQ(lastValue, isEmpty ? "" : filler + "out") << successes;
+        }
+    }
+    EXPECT_GT(dropped, 6);
+    EXPECT_LT(dropped, 80);
+}
+
+void processInside(OptionEntry *entry, char *name, char *value) {
+    note(entry, name, value);
+    OptionEntry inner[] = {{B, nullptr, note, nullptr}, {nullptr, nullptr, nullptr, nullptr}};
+    process({"B=inner; B='again'"}, inner);
+    note(entry, name, value);
+}
+
+TEST(ProcessOptions, handlerMayProcessFurtherLines) {
+    calls.clear();
+    OptionEntry table[] = {{A, nullptr, processInside, nullptr},
+                           {B, nullptr, note, nullptr},
+                           {nullptr, nullptr, nullptr, nullptr}};
+    process({"A=1; B=2", "B=3"}, table);
+    EXPECT_EQ(calls, (std::vector<std::string>{"A:A=1", "B:B=inner", "B:B=again", "A:A=1", "B:B=2",
+                                               "B:B=3"}));
+}
+
+void processRepeatedly(const std::string &text, int *wrong) {
+    for (int round = 0; round < 500; ++round) {
+        char *first = nullptr, *second = nullptr;
+        OptionEntry table[] = {{A, nullptr, optStr, &first},
+                               {B, nullptr, optStr, &second},
+                               {nullptr, nullptr, nullptr, nullptr}};
+        process({"A=" + text + "; B='\"" + text + "  " + text + "\"'"}, table);
+        *wrong += first == text && second == text + "  " + text ? 0 : 1;
+        freecopy(first);
+        freecopy(second);
+    }
+}
+
+TEST(ProcessOptions, threadsDoNotDisturbEachOther) {
+    int wrong[2] = {};
+    std::thread other([&] { processRepeatedly("one", &wrong[0]); });
+    processRepeatedly(std::string(300, 'y'), &wrong[1]);
+    other.join();
+    EXPECT_EQ(wrong[0], 0);
+    EXPECT_EQ(wrong[1], 0);
+}
+
+TEST(ProcessOptions, entryOfTheDefaultHandlerIsACopyForTheCall) {
+    expectChildPasses([] {
+        static const OptionEntry *original;
+        static bool isCopy;
+        OptionEntry entry = {A, DEFAULT,
+                             [](OptionEntry *given, char *, char *) {
+                                 isCopy = given != original && given->name != A &&
+                                          given->defaultValue != DEFAULT &&
+                                          strcmp(given->name, A) == 0;
+                             },
+                             nullptr};
+        original = &entry;
+        setDefaultOption(&entry);
+        process({"UNKNOWN=1"}, nullptr);
+        EXPECT_TRUE(isCopy);
+        setDefaultOption(nullptr);
+    });
+}
+
+TEST(ProcessProgramOptions, nullTableLeavesAllToTheDefaultOption) {
+    expectChildPasses([] {
+        const TempDir folder;
+        unsetenv("UNKNOWN");
+        setPrimaryOptionsFile(folder.write("primary", "UNKNOWN=1\n").c_str());
+        makeDfltOptionEnv();
+        processProgramOptions(nullptr, nullptr);
+        EXPECT_EQ(getenv("UNKNOWN"), nullptr);
+        processProgramOptions("program", nullptr);
+        EXPECT_STREQ(getenv("UNKNOWN"), "1");
+    });
+}
+
+TEST(ProcessProgramOptions, programThatEndsInASlashReadsNoFile) {
+    expectChildPasses([] {
+        calls.clear();
+        OptionEntry table[] = {{A, DEFAULT, note, nullptr}, {nullptr, nullptr, nullptr, nullptr}};
+        processProgramOptions("/usr/bin/", table); // the folder itself, which has no lines
+        EXPECT_EQ(calls, (std::vector<std::string>{"A:A=default"}));
+    });
+}
+
+TEST(ProcessOptionsFile, folderReadsAsAnEmptyFile) {
+    expectChildPasses([] {
+        const TempDir folder;
+        EXPECT_EQ(processOptionsFile(folder.path().c_str(), nullptr), 1);
+    });
+}
+
+TEST(CreateStandardOptionsName, pathWithoutABaseNameGivesTheFolder) {
+    for (const char *program : {"/usr/bin/", "/", ""}) {
+        char *name = createStandardOptionsName("/opt", program);
+        EXPECT_STREQ(name, "/opt/etc/default/");
+        freecopy(name);
+    }
 }
 
 } // namespace

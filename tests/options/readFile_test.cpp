@@ -3,11 +3,13 @@
 #include "options/readInfo.h"
 
 #include "buffers/arrays.h"
+#include "support/failingAlloc.h"
 #include "support/tempDir.h"
 
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cstring>
 #include <dlfcn.h>
 #include <string>
 #include <unistd.h>
@@ -177,6 +179,75 @@ TEST_F(ReadFile, readingAFileInsideAnothersReadingLeavesItsStateAlone) {
     EXPECT_EQ(ri_modes, 1U);
     EXPECT_STREQ(readLine(stream), "two");
     fclose(stream);
+    setReadLine(&before);
+}
+
+// A stream of "a\nb" whose next read fails with the error.
+ssize_t readThenFail(void *cookie, char *buffer, size_t) {
+    int *error = static_cast<int *>(cookie);
+    if (*error < 0) {
+        errno = -*error;
+        return -1;
+    }
+    *error = -*error;
+    memcpy(buffer, "a\nb", 3);
+    return 3;
+}
+
+TEST_F(ReadFile, failedReadLeavesNoHalfFile) {
+    for (const uint32_t maximum : {0U, 1U, 2U}) {
+        int error = EIO;
+        cookie_io_functions_t functions = {};
+        functions.read = readThenFail;
+        FILE *stream = fopencookie(&error, "r", functions);
+        const uint32_t array = readFpIntoArray(stream, maximum, 0);
+        // One line is read before it fails; the second is cut short.
+        EXPECT_EQ(array != 0, maximum == 1) << maximum;
+        arrayClose(array);
+        fclose(stream);
+    }
+}
+
+TEST_F(ReadFile, exhaustedMemoryReadsAllOrNothing) {
+    const string path = dir.write("file", "a\n" + string(300, 'x') + "\nb\n");
+    arrayClose(arrayOpen(1, 0));
+    int failures = 0;
+    for (int successes = 0; successes < 40; ++successes) {
+        const uint32_t open = arrDescPtr->count;
+        uint32_t array;
+        {
+            const FailingAlloc failing(successes);
+            array = readFileIntoArray(path.c_str(), 0, 1);
+        }
+        if (array == 0) {
+            ++failures;
+            EXPECT_EQ(arrDescPtr->count, open);
+        } else {
+            EXPECT_EQ(linesOf(array), (Lines{"a", string(300, 'x'), "b"})) << successes;
+            arrayClose(array);
+        }
+    }
+    EXPECT_GT(failures, 5);
+    EXPECT_LT(failures, 40);
+}
+
+TEST_F(ReadFile, readingAStreamInsideAnothersReadingLeavesItsStateAlone) {
+    FILE *outer = fopen(dir.write("outer", "one\ntwo\n").c_str(), "r");
+    FILE *inner = fopen(dir.write("inner", "'x\ny'\nz\n").c_str(), "r");
+    ReadInfo before;
+    resetReadLine(&before);
+    setReadLineModes(1);
+    const char *line = readLine(outer);
+    const uint32_t array = readFpIntoArray(inner, 0, 5);
+    EXPECT_EQ(linesOf(array), (Lines{"'x\ny'", "z"}));
+    EXPECT_STREQ(line, "one");
+    EXPECT_EQ(inlineCnt, 1U);
+    EXPECT_EQ(virtLineCnt, 1U);
+    EXPECT_EQ(ri_modes, 1U);
+    EXPECT_STREQ(readLine(outer), "two");
+    arrayClose(array);
+    fclose(inner);
+    fclose(outer);
     setReadLine(&before);
 }
 

@@ -3,15 +3,20 @@
    process's, so every case takes it away first and puts it back. */
 #include "options/readInfo.h"
 
+#include "clock/clock.h"
+#include "support/childProcess.h"
+
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <dlfcn.h>
 #include <string>
 #include <thread>
+#include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
 
@@ -340,6 +345,48 @@ TEST_F(ReadLine, otherThreadsWaitUntilTheLineIsRead) {
         EXPECT_EQ(ri_modes, 1U);
         fclose(stream);
     }
+}
+
+TEST_F(ReadLine, zeroByteBeforeANewlineIsNoBackslash) {
+    for (const Reader reader : {readContLine, readQuotedLine}) {
+        FILE *stream = streamOf(string("a\\\0\nb\0\\\nc\n", 10));
+        resetReadLine(nullptr);
+        EXPECT_EQ(string(reader(stream), 5), string("a\\\0\n\0", 5));
+        EXPECT_EQ(string(reader(stream), 5), string("b\0c\n\0", 5));
+        EXPECT_EQ(reader(stream), nullptr);
+        EXPECT_EQ(inlineCnt, 3U);
+        fclose(stream);
+    }
+}
+
+volatile sig_atomic_t timeoutsRun;
+
+void *countTimeout(intptr_t, uint32_t) {
+    timeoutsRun = timeoutsRun + 1;
+    return nullptr;
+}
+
+TEST_F(ReadLine, timeoutOfTheClockDoesNotEndTheInput) {
+    expectChildPasses([] {
+        int ends[2];
+        ASSERT_EQ(pipe(ends), 0);
+        const pid_t child = fork();
+        if (child == 0) {
+            const bool first = write(ends[1], "fir", 3) == 3;
+            sleep(2);
+            _exit(first && write(ends[1], "st\nsecond\n", 10) == 10 ? 0 : 1);
+        }
+        close(ends[1]);
+        FILE *stream = fdopen(ends[0], "r");
+        clkTimeout(countTimeout, 0, 1);
+        EXPECT_STREQ(readLine(stream), "first\n");
+        EXPECT_EQ(timeoutsRun, 1);
+        EXPECT_STREQ(readLine(stream), "second\n");
+        EXPECT_EQ(readLine(stream), nullptr);
+        EXPECT_EQ(ferror(stream), 0);
+        fclose(stream);
+        waitpid(child, nullptr, 0);
+    });
 }
 
 } // namespace

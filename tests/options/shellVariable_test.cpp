@@ -3,8 +3,10 @@
    commands with odd output. */
 #include "options/options.h"
 
+#include "clock/clock.h"
 #include "core/mkcopy.h"
 #include "support/childProcess.h"
+#include "support/failingAlloc.h"
 
 #include <gtest/gtest.h>
 
@@ -15,6 +17,7 @@
 #include <pwd.h>
 #include <string>
 #include <thread>
+#include <sys/resource.h>
 #include <unistd.h>
 
 namespace {
@@ -366,6 +369,80 @@ TEST(QuotedShCmd, signalsDoNotShortenTheOutput) {
         EXPECT_EQ(expand("`for i in 1 2 3 4; do sleep 0.02; echo $i; done`"), "1\n2\n3\n4");
         done = true;
         interrupter.join();
+    });
+}
+
+volatile sig_atomic_t timeoutsRun;
+
+void *countTimeout(intptr_t, uint32_t) {
+    timeoutsRun = timeoutsRun + 1;
+    return nullptr;
+}
+
+TEST(ShellVariable, timeoutOfTheClockDoesNotCutTheOutput) {
+    expectChildPasses([] {
+        clkTimeout(countTimeout, 0, 1);
+        EXPECT_EQ(expand("`echo a; sleep 2; echo b`"), "a\nb");
+        EXPECT_EQ(timeoutsRun, 1);
+    });
+}
+
+TEST(ShellVariable, exhaustedMemoryGivesAllOrNothing) {
+    expectChildPasses([] {
+        setEnvironment();
+        const std::string filler(200, 'x');
+        const std::string expected = filler + "\xFF value w new out " + filler;
+        int failures = 0;
+        for (int successes = 0; successes < 60; ++successes) {
+            std::string text = filler + "\xFF $FULL ${NONE:-w} ${V" + std::to_string(successes) +
+                               ":='new'} `echo out " + filler + "`";
+            char *result;
+            {
+                const FailingAlloc failing(successes);
+                result = shellVariable(text.data());
+            }
+            if (result == nullptr)
+                ++failures;
+            else
+                EXPECT_EQ(result, expected) << successes;
+            freecopy(result);
+        }
+        EXPECT_GT(failures, 10);
+        EXPECT_LT(failures, 60);
+    });
+}
+
+TEST(QuotedShCmd, exhaustedMemoryGivesAllOrNothing) {
+    const std::string filler(500, 'x');
+    std::string text = "`printf " + filler + "\\\\377`";
+    int failures = 0;
+    for (int successes = 0; successes < 30; ++successes) {
+        char *result, *end;
+        {
+            const FailingAlloc failing(successes);
+            end = quotedShCmd(text.data(), &result);
+        }
+        EXPECT_EQ(*end, '`');
+        if (result == nullptr)
+            ++failures;
+        else
+            EXPECT_EQ(result, filler + "\xFF") << successes;
+        freecopy(result);
+    }
+    EXPECT_GT(failures, 4);
+    EXPECT_LT(failures, 30);
+}
+
+TEST(QuotedShCmd, commandThatCannotBeRunGivesNothing) {
+    expectChildPasses([] {
+        const int next = dup(0);
+        close(next);
+        const rlimit limit = {static_cast<rlim_t>(next), static_cast<rlim_t>(next)};
+        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+        ptrdiff_t end;
+        EXPECT_EQ(commandOf("`echo x`y", &end), "<null>");
+        EXPECT_EQ(end, 7);
+        EXPECT_EQ(expand("a`echo x`b"), "ab");
     });
 }
 
