@@ -205,6 +205,14 @@ static int replaceTexts(Clipboard *clipboard, ClipEntry *entry, const char *comm
     return 1;
 }
 
+// Appends the entry, or releases its texts.
+static bool putOrFree(const Clipboard *clipboard, ClipEntry *entry) {
+    if (arrayPut(clipboard->entries, entry) != nullptr)
+        return true;
+    freeTexts(entry);
+    return false;
+}
+
 int addClipEntry(Clipboard *clipboard, const char *comment, const char *name, const char *value,
                  const char *trailer) {
     if (entriesOf(clipboard) == nullptr || name == nullptr || *name == '\0')
@@ -213,12 +221,8 @@ int addClipEntry(Clipboard *clipboard, const char *comment, const char *name, co
     if (existing != nullptr)
         return replaceTexts(clipboard, existing, comment, value, trailer);
     ClipEntry entry;
-    if (!copyTexts(&entry, comment, name, value, trailer))
+    if (!copyTexts(&entry, comment, name, value, trailer) || !putOrFree(clipboard, &entry))
         return 0;
-    if (arrayPut(clipboard->entries, &entry) == nullptr) {
-        freeTexts(&entry);
-        return 0;
-    }
     clipboard->flags |= CLIP_MODIFIED;
     return 1;
 }
@@ -311,13 +315,16 @@ static void releaseEntries(Clipboard *clipboard) {
 
 // The comment lines read so far that no entry has taken yet; text is null while there are none.
 struct PendingComment {
-    CharBuffer *lines;
+    CharBuffer *lines = nullptr;
+    PendingComment() = default;
+    ~PendingComment() { freeCharBuffer(lines); }
+    PendingComment(const PendingComment &) = delete;
+    PendingComment &operator=(const PendingComment &) = delete;
 
-    void append(const char *line) {
+    bool append(const char *line) {
         if (lines == nullptr)
             lines = mkCharBuffer(0);
-        putStrCharBuffer(lines, line);
-        putStrCharBuffer(lines, "\n");
+        return putStrCharBuffer(lines, line) != nullptr && putStrCharBuffer(lines, "\n") != nullptr;
     }
     char *take() {
         char *text = detachCharBuffer(lines);
@@ -337,15 +344,26 @@ static const char *nextAssignment(const char *rest) {
     return *rest == '#' ? nullptr : rest;
 }
 
-static void loadLine(Clipboard *clipboard, const char *line, PendingComment &pending) {
+// False, as in the rest of the loading, when memory is exhausted.
+static bool loadEntry(const Clipboard *clipboard, PendingComment &pending, const char *name,
+                      const char *value, const char *trailer) {
+    ClipEntry entry;
+    if (!copyTexts(&entry, nullptr, name, value, trailer))
+        return false;
+    entry.comment = pending.take();
+    return putOrFree(clipboard, &entry);
+}
+
+static bool loadLine(const Clipboard *clipboard, const char *line, PendingComment &pending) {
     char *name, *value, *rest;
+    errno = 0; // tells exhausted memory from a line that is no assignment
     while (line != nullptr && parseXeqY(0, 0, line, &name, &value, &rest) != 0) {
         line = nextAssignment(rest);
-        ClipEntry entry = {pending.take(), mkcopy(name), mkcopy(value),
-                           line == nullptr ? mkcopy(rest) : nullptr};
-        if (arrayPut(clipboard->entries, &entry) == nullptr)
-            freeTexts(&entry);
+        if (!loadEntry(clipboard, pending, name, value, line == nullptr ? rest : nullptr))
+            return false;
+        errno = 0;
     }
+    return errno != ENOMEM;
 }
 
 static bool isCommentLine(const char *line) {
@@ -354,12 +372,23 @@ static bool isCommentLine(const char *line) {
 }
 
 // Comment lines of a file without any assignment are not kept.
-static void keepFinalComment(Clipboard *clipboard, PendingComment &pending) {
+static bool keepFinalComment(const Clipboard *clipboard, PendingComment &pending) {
+    if (pending.lines == nullptr || entriesOf(clipboard)->count == 0)
+        return true;
     ClipEntry entry = {pending.take(), nullptr, nullptr, nullptr};
-    const ArrayDescriptor *entries = entriesOf(clipboard);
-    if (entry.comment == nullptr || entries->count == 0 ||
-        arrayPut(clipboard->entries, &entry) == nullptr)
-        freeTexts(&entry);
+    return putOrFree(clipboard, &entry);
+}
+
+// False as well when the file cannot be read to its end: what is missing would be lost for good
+// with the next rewriting.
+static bool loadEntries(const Clipboard *clipboard) {
+    PendingComment pending;
+    for (const char *line; (line = readQuotedLine(clipboard->stream)) != nullptr;)
+        if (isCommentLine(line) ? !pending.append(line) : !loadLine(clipboard, line, pending))
+            return false;
+    if (feof(clipboard->stream) == 0 || ferror(clipboard->stream) != 0)
+        return false;
+    return keepFinalComment(clipboard, pending);
 }
 
 uint32_t getClipboard(Clipboard *clipboard) {
@@ -374,15 +403,10 @@ uint32_t getClipboard(Clipboard *clipboard) {
     ReadInfo saved;
     resetReadLine(&saved);
     setReadLineModes(READER_MODES);
-    PendingComment pending = {nullptr};
-    for (const char *line; (line = readQuotedLine(clipboard->stream)) != nullptr;) {
-        if (isCommentLine(line))
-            pending.append(line);
-        else
-            loadLine(clipboard, line, pending);
-    }
-    keepFinalComment(clipboard, pending);
+    const bool isWhole = loadEntries(clipboard);
     setReadLine(&saved);
+    if (!isWhole)
+        releaseEntries(clipboard);
     return clipboard->entries;
 }
 

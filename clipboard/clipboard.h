@@ -21,6 +21,14 @@
    on a line of its own with the comment block before it and what followed its value on the line.
    Comments of a file without any assignment are not kept.
 
+   Kept, because the files are read by the rules of options files:
+   - a quote that is open in a comment or trailer, an apostrophe too, takes the lines that follow,
+     up to its like, into that comment or trailer: their assignments are not seen, though rewritten;
+     a backslash at the end of one takes the next line so;
+   - a value that holds a backslash but nothing that asks for quotes is written as it is, and the
+     next load drops the backslash;
+   - the value "" is written as nothing and comes back as null.
+
    Every function takes a null clipboard and gives the failure value told. A Clipboard belongs to
    one thread at a time, and loading uses the line reader's shared buffer, whose state it saves and
    gives back. Nothing here is safe in a signal handler. */
@@ -67,8 +75,9 @@ QN_API Clipboard *newClipboard(const char *path);
 QN_API Clipboard *modifyClipboard(const char *path);
 
 /* Loads the file's entries and clears the flags. Returns the index of the array of entries, which
-   is the clipboard's; 0 for a null clipboard, one without stream, and when memory is exhausted.
-   Loading again replaces the entries. */
+   is the clipboard's; 0 for a null clipboard, one without stream, and when memory is exhausted or
+   the file cannot be read to its end: nothing is loaded then, so that no part of a file can be
+   written back for the whole. Loading again replaces the entries. */
 QN_API uint32_t getClipboard(Clipboard *clipboard);
 
 /* The first entry of that name; for a null name the first without one. Null if none. The entry is
@@ -107,7 +116,11 @@ QN_API uint32_t removeClipboardFlags(Clipboard *clipboard, uint32_t bits);
 
 /* Rewrites the file if the flags are exactly CLIP_MODIFIED (of the two), gives the lock back and
    releases the clipboard. Returns the number of entries written; -1 when the new text could not be
-   composed, or the file neither reopened, locked nor made anew: its content is then untouched. 0
+   composed, or the file at the path neither reopened, locked and emptied nor made anew: it is then
+   as it was, and the changes are lost. One that cannot be reopened is made anew under a temporary
+   name in its folder, with its owner and permissions as far as the process may set them, and takes
+   the path when it is locked; a process that dies in between leaves a file ".clip" and six more
+   characters there. On a full disk the count falls short and the rest of the text is missing. 0
    for null, and, kept, for a clipboard that was never loaded: nothing is released then, the file
    stays open and locked. */
 QN_API int32_t closeClipboard(Clipboard *clipboard);

@@ -3,8 +3,10 @@
 #include "clipboard/clipboard.h"
 
 #include "buffers/arrays.h"
+#include "core/mkcopy.h"
 #include "options/readInfo.h"
 #include "support/childProcess.h"
+#include "support/failingAlloc.h"
 #include "support/tempDir.h"
 
 #include <gtest/gtest.h>
@@ -784,6 +786,242 @@ TEST(Clipboard, fileThatCannotBeMadeAnewStaysAsItWas) {
         EXPECT_EQ(test.content(), "A=1\n");
         EXPECT_EQ(filesIn(test.folder.path()), 1);
     });
+}
+
+constexpr char MIXED[] = "# head\n\nA='1 2' # t\nB=2; C=3\nno assignment\n# tail\n";
+constexpr char MIXED_REWRITTEN[] = "# head\n\nA=\"1 2\" # t\nB=2\nC=3\n# tail\n";
+constexpr int ALLOCATIONS = 60; // more than anything here asks for
+
+TEST(Clipboard, exhaustedMemoryLoadsAllOrNothing) {
+    Case test;
+    test.folder.write("clip", MIXED);
+    arrayClose(arrayOpen(0, 4));
+    int failures = 0;
+    for (int successes = 0; successes < ALLOCATIONS; ++successes) {
+        Clipboard *clipboard = modifyClipboard(test.path.c_str());
+        const uint32_t open = arrDescPtr->count;
+        setReadLineModes(2);
+        uint32_t array;
+        {
+            const FailingAlloc failing(successes);
+            array = getClipboard(clipboard);
+        }
+        EXPECT_EQ(setReadLineModes(0), 2U);
+        EXPECT_EQ(array, clipboard->entries);
+        if (array == 0) {
+            ++failures;
+            EXPECT_EQ(arrDescPtr->count, open) << "the array is closed again";
+            EXPECT_EQ(addClipEntry(clipboard, nullptr, "D", "4", nullptr), 0);
+            EXPECT_NE(getClipboard(clipboard), 0U) << "the next try may succeed";
+        }
+        addClipboardFlags(clipboard, CLIP_MODIFIED);
+        EXPECT_EQ(closeClipboard(clipboard), 3);
+        EXPECT_EQ(test.content(), MIXED_REWRITTEN) << successes;
+        test.folder.write("clip", MIXED);
+    }
+    EXPECT_GT(failures, 10);
+    EXPECT_LT(failures, ALLOCATIONS);
+}
+
+TEST(Clipboard, exhaustedMemoryChangesAllOrNothing) {
+    int failures = 0;
+    for (int successes = 0; successes < ALLOCATIONS; ++successes) {
+        Case test;
+        Clipboard *clipboard = test.load(MIXED);
+        std::string expected = MIXED_REWRITTEN;
+        int added, inserted, replaced;
+        {
+            const FailingAlloc failing(successes);
+            replaced = addClipEntry(clipboard, "# new\n", "A", "3", " # u");
+            inserted = insertClipEntry(clipboard, "A", "# i\n", "I", "0", "");
+            added = addClipEntry(clipboard, nullptr, "D", "4", nullptr);
+        }
+        failures += 3 - added - inserted - replaced;
+        if (replaced == 1)
+            expected = "# new\nA=3 # u\nB=2\nC=3\n# tail\n";
+        if (inserted == 1)
+            expected.insert(0, "# i\nI=0\n");
+        if (added == 1)
+            expected += "D=4\n";
+        addClipboardFlags(clipboard, CLIP_MODIFIED);
+        EXPECT_EQ(closeClipboard(clipboard), 3 + added + inserted);
+        EXPECT_EQ(test.content(), expected) << successes;
+    }
+    EXPECT_GT(failures, 10);
+}
+
+TEST(Clipboard, exhaustedMemoryAtTheClosingLeavesTheFileAsItWas) {
+    int failures = 0;
+    for (int successes = 0; successes < ALLOCATIONS; ++successes) {
+        Case test;
+        Clipboard *clipboard = test.load(MIXED);
+        addClipboardFlags(clipboard, CLIP_MODIFIED);
+        int32_t written;
+        {
+            const FailingAlloc failing(successes);
+            written = closeClipboard(clipboard);
+        }
+        failures += written == -1 ? 1 : 0;
+        EXPECT_EQ(test.content(), written == -1 ? MIXED : MIXED_REWRITTEN) << successes;
+    }
+    EXPECT_GT(failures, 1);
+    EXPECT_LT(failures, ALLOCATIONS);
+}
+
+TEST(Clipboard, exhaustedMemoryAtTheOpeningGivesNullAndLeavesNothingOpen) {
+    Case test;
+    test.folder.write("clip", MIXED);
+    const int before = dup(0);
+    close(before);
+    int failures = 0;
+    for (int successes = 0; successes < ALLOCATIONS; ++successes) {
+        Clipboard *clipboard;
+        {
+            const FailingAlloc failing(successes);
+            clipboard = modifyClipboard(test.path.c_str());
+        }
+        if (clipboard == nullptr) {
+            ++failures;
+        } else {
+            getClipboard(clipboard);
+            closeClipboard(clipboard);
+        }
+        const int after = dup(0);
+        close(after);
+        EXPECT_EQ(after, before);
+    }
+    EXPECT_EQ(test.content(), MIXED);
+    EXPECT_GT(failures, 1);
+    EXPECT_LT(failures, ALLOCATIONS);
+}
+
+TEST(Clipboard, fileThatCannotBeReadIsNotLoaded) {
+    Case test;
+    test.folder.write("clip", "A=1\n");
+    Clipboard *clipboard = modifyClipboard(test.path.c_str());
+    const int readable = dup(fileno(clipboard->stream));
+    const int unreadable = open("/dev/null", O_WRONLY);
+    dup2(unreadable, fileno(clipboard->stream));
+    EXPECT_EQ(getClipboard(clipboard), 0U);
+    EXPECT_EQ(clipboard->entries, 0U);
+    EXPECT_EQ(addClipEntry(clipboard, nullptr, "B", "2", nullptr), 0);
+    dup2(readable, fileno(clipboard->stream));
+    close(readable);
+    close(unreadable);
+    EXPECT_NE(getClipboard(clipboard), 0U);
+    EXPECT_STREQ(findClipEntryValue(clipboard, "A"), "1");
+    closeClipboard(clipboard);
+}
+
+TEST(Clipboard, clipboardWithoutAStreamIsNeitherLoadedNorClosed) {
+    char path[] = "path";
+    Clipboard clipboard = {path, CLIP_MODIFIED, nullptr, 0};
+    EXPECT_EQ(getClipboard(&clipboard), 0U);
+    EXPECT_EQ(getClipboardFlags(&clipboard), static_cast<uint32_t>(CLIP_MODIFIED));
+    EXPECT_EQ(closeClipboard(&clipboard), 0);
+    clipboard.entries = arrayOpen(0, sizeof(ClipEntry));
+    EXPECT_EQ(closeClipboard(&clipboard), 0);
+    EXPECT_EQ(arrayClose(clipboard.entries), 0) << "it is still open";
+}
+
+TEST(Clipboard, bothFlagBitsWriteNothing) {
+    Case test;
+    Clipboard *clipboard = test.load("A='1'\n");
+    setClipboardFlags(clipboard, CLIP_MODIFIED | CLIP_EXPANDED);
+    EXPECT_EQ(closeClipboard(clipboard), 0);
+    EXPECT_EQ(test.content(), "A='1'\n");
+}
+
+TEST(Clipboard, entryCanBeDeletedByItsOwnNameText) {
+    Case test;
+    Clipboard *clipboard = test.load("A=1\nB=2\n");
+    EXPECT_EQ(deleteClipEntry(clipboard, entryAt(clipboard, 0).name), 1);
+    EXPECT_EQ(closeClipboard(clipboard), 1);
+    EXPECT_EQ(test.content(), "B=2\n");
+}
+
+TEST(Clipboard, firstOfTwoEntriesWithoutANameIsMeant) {
+    Case test;
+    Clipboard *clipboard = test.load("A=1\n# one\n");
+    const ClipEntry second = {mkcopy("# two\n"), nullptr, nullptr, nullptr};
+    ASSERT_NE(arrayPut(clipboard->entries, &second), nullptr);
+    EXPECT_STREQ(getClipEntry(clipboard, nullptr)->comment, "# one\n");
+    EXPECT_EQ(insertClipEntry(clipboard, nullptr, nullptr, "B", "2", nullptr), 1);
+    EXPECT_EQ(closeClipboard(clipboard), 2);
+    EXPECT_EQ(test.content(), "A=1\nB=2\n# one\n# two\n");
+    clipboard = test.load("A=1\n# one\n");
+    const ClipEntry again = {mkcopy("# two\n"), nullptr, nullptr, nullptr};
+    ASSERT_NE(arrayPut(clipboard->entries, &again), nullptr);
+    EXPECT_EQ(deleteClipEntry(clipboard, nullptr), 1);
+    EXPECT_EQ(closeClipboard(clipboard), 1);
+    EXPECT_EQ(test.content(), "A=1\n# two\n");
+}
+
+std::string withEntryAdded(const std::string &content) {
+    Case test;
+    Clipboard *clipboard = test.load(content);
+    EXPECT_EQ(addClipEntry(clipboard, nullptr, "NEW", "1", nullptr), 1);
+    closeClipboard(clipboard);
+    clipboard = test.reload();
+    EXPECT_STREQ(findClipEntryValue(clipboard, "NEW"), "1");
+    closeClipboard(clipboard);
+    return test.content();
+}
+
+TEST(Clipboard, valueThatEndsInABackslashAtTheEndSurvivesAnAddition) {
+    EXPECT_EQ(withEntryAdded("A=b\\"), "A=b\nNEW=1\n");
+    EXPECT_EQ(withEntryAdded("A='b\\"), "A=b\nNEW=1\n");
+}
+
+TEST(Clipboard, openQuoteInACommentOrTrailerSwallowsWhatFollows) {
+    Case test;
+    Clipboard *clipboard = test.load("# don't\nA=1\n");
+    EXPECT_EQ(entriesOf(clipboard).count, 0U);
+    closeClipboard(clipboard);
+    clipboard = test.load("A=1 # don't\nB=2\n# won't\nC=3\n");
+    ASSERT_EQ(entriesOf(clipboard).count, 2U);
+    EXPECT_STREQ(entryAt(clipboard, 0).trailer, " # don't\nB=2\n# won't");
+    EXPECT_STREQ(entryAt(clipboard, 1).name, "C");
+    addClipboardFlags(clipboard, CLIP_MODIFIED);
+    closeClipboard(clipboard);
+    EXPECT_EQ(test.content(), "A=1 # don't\nB=2\n# won't\nC=3\n") << "but it is kept";
+}
+
+TEST(Clipboard, bareBackslashAndEmptyValueDoNotSurviveARewriting) {
+    Case test;
+    Clipboard *clipboard = test.load("");
+    addClipEntry(clipboard, nullptr, "A", "b\\c", nullptr);
+    addClipEntry(clipboard, nullptr, "B", "b\\ c", nullptr);
+    addClipEntry(clipboard, nullptr, "C", "", nullptr);
+    closeClipboard(clipboard);
+    EXPECT_EQ(test.content(), "A=b\\c\nB=\"b\\\\ c\"\nC=\n");
+    clipboard = test.reload();
+    EXPECT_STREQ(findClipEntryValue(clipboard, "A"), "bc");
+    EXPECT_STREQ(findClipEntryValue(clipboard, "B"), "b\\ c") << "inside quotes it is escaped";
+    ASSERT_NE(getClipEntry(clipboard, "C"), nullptr);
+    EXPECT_EQ(findClipEntryValue(clipboard, "C"), nullptr);
+    closeClipboard(clipboard);
+}
+
+bool isLockedForOthers(const std::string &path) {
+    const pid_t child = fork();
+    if (child == 0) {
+        struct flock lock = {};
+        lock.l_type = F_WRLCK;
+        lock.l_whence = SEEK_SET;
+        const int fd = open(path.c_str(), O_RDWR);
+        _exit(fcntl(fd, F_SETLK, &lock) == -1 ? 1 : 0);
+    }
+    return statusOf(child) != 0;
+}
+
+TEST(Clipboard, anotherOpenAndCloseInTheProcessDropsTheLock) {
+    Case test;
+    Clipboard *clipboard = test.load("A=1\n");
+    EXPECT_TRUE(isLockedForOthers(test.path));
+    fclose(fopen(test.path.c_str(), "r"));
+    EXPECT_FALSE(isLockedForOthers(test.path));
+    closeClipboard(clipboard);
 }
 
 } // namespace
