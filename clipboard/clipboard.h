@@ -24,7 +24,7 @@
    Kept, because the files are read by the rules of options files:
    - a quote that is open in a comment or trailer, an apostrophe too, takes the lines that follow,
      up to its like, into that comment or trailer: their assignments are not seen, though rewritten;
-     a backslash at the end of one takes the next line so;
+     a backslash at the end of one takes the next line so, also an entry added behind it;
    - a value that holds a backslash but nothing that asks for quotes is written as it is, and the
      next load drops the backslash;
    - the value "" is written as nothing and comes back as null.

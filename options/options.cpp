@@ -155,6 +155,22 @@ static char *collectValue(char *from, char **valueEnd) {
     return from;
 }
 
+// Cuts the name off at the text's start and returns what follows the "=", or null without one.
+static char *cutName(char *text) {
+    while (continuesName(*text))
+        ++text;
+    char *sign = skipBlanks(text);
+    const bool hasSign = *sign == '=';
+    *text = '\0';
+    return hasSign ? skipBlanks(sign + 1) : nullptr;
+}
+
+// Exhausted memory, for parseXeqY: no assignment, but told apart from a text that is none.
+static int noMemory() {
+    errno = ENOMEM;
+    return 0;
+}
+
 int parseXeqY(intptr_t, intptr_t, const char *line, char **name, char **value, char **rest) {
     if (rest != nullptr)
         *rest = nullptr;
@@ -171,32 +187,19 @@ int parseXeqY(intptr_t, intptr_t, const char *line, char **name, char **value, c
     char *text = workingCopy(line);
     CharBuffer *restBuffer = text == nullptr ? nullptr : emptiedRestBuffer();
     if (restBuffer == nullptr)
-        errno = ENOMEM;
-    if (restBuffer == nullptr || !startsName(*text))
+        return noMemory();
+    if (!startsName(*text))
         return 0;
-    char *nameEnd = text;
-    while (continuesName(*nameEnd))
-        ++nameEnd;
-    char *sign = skipBlanks(nameEnd);
-    const bool hasSign = *sign == '=';
-    *nameEnd = '\0';
     *name = text;
-    if (!hasSign)
-        return 0;
-    text = skipBlanks(sign + 1);
-    if (*text == '\0')
-        return 1;
+    text = cutName(text);
+    if (text == nullptr || *text == '\0')
+        return text == nullptr ? 0 : 1;
     char *valueEnd;
     const char *end = collectValue(text, &valueEnd);
     // The value may end just where the rest begins: the rest is taken before the value is
     // terminated.
-    if (rest != nullptr && *end != '\0') {
-        *rest = putStrCharBuffer(restBuffer, end);
-        if (*rest == nullptr) {
-            errno = ENOMEM;
-            return 0;
-        }
-    }
+    if (rest != nullptr && *end != '\0' && (*rest = putStrCharBuffer(restBuffer, end)) == nullptr)
+        return noMemory();
     *valueEnd = '\0';
     *value = text;
     return 1;

@@ -61,13 +61,12 @@ QN_API int processOptions(char **lines, OptionEntry *table);
    ENOMEM, when memory is exhausted. value is null when the text ends after the "=". rest, which may
    be a null pointer, receives the text from the character that ended the value onward, null when
    there is none; a backslash at the very end ends the value and leaves no rest. The results live in
-   storage of the calling thread until its next call, to which they may be given back as the line.
- */
+   storage of the calling thread until its next call, which may be given one as the line. */
 QN_API int parseXeqY(intptr_t ignored1, intptr_t ignored2, const char *line, char **name,
                      char **value, char **rest);
 
 /* The text expanded as a shell would: a new text, to be released with freecopy; null for null and
-   when memory is exhausted.
+   when memory is exhausted: never a text with a piece missing.
 
    \c is c. Quotes are dropped; nothing is expanded between single ones. $NAME and ${NAME} give the
    variable's value or nothing; ${NAME:-word}, ${NAME:=word}, ${NAME:+word} as in a shell (":=" sets
@@ -81,7 +80,8 @@ QN_API char *shellVariable(char *text);
    unescaped one, or the text's end, and returns a pointer to that place; the text itself when it
    does not start with a backquote. Backslashes stay in the command. *result, unless result is null,
    becomes the output less one final newline, a new text to be released with freecopy; it is null
-   when there was no command or it could not be run. A zero byte in the output ends the text.
+   when there was no command, it could not be run, or memory for its whole output is exhausted. A
+   zero byte in the output ends the text.
 
    The command is run by the shell with the process's environment, and waited for however long it
    runs. It inherits the signal mask: while the clock is held SIGALRM is blocked in it too,

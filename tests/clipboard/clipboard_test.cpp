@@ -987,6 +987,14 @@ TEST(Clipboard, openQuoteInACommentOrTrailerSwallowsWhatFollows) {
     EXPECT_EQ(test.content(), "A=1 # don't\nB=2\n# won't\nC=3\n") << "but it is kept";
 }
 
+TEST(Clipboard, backslashAtTheEndOfATrailerTakesTheNextLine) {
+    Case test;
+    Clipboard *clipboard = test.load("A=1 # x\\\nB=2\n");
+    ASSERT_EQ(entriesOf(clipboard).count, 1U);
+    EXPECT_STREQ(entryAt(clipboard, 0).trailer, " # xB=2");
+    closeClipboard(clipboard);
+}
+
 TEST(Clipboard, bareBackslashAndEmptyValueDoNotSurviveARewriting) {
     Case test;
     Clipboard *clipboard = test.load("");
