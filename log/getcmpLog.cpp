@@ -18,9 +18,10 @@ static int32_t complain(const char *before, const char *path, const char *after)
     return -1;
 }
 
-// One read of the file; what it does not fill stays as it is.
-static int64_t readInto(int fd, void *target, size_t size) {
-    return read(fd, target, size);
+// One read of the file; what it does not fill stays as it is. The bytes it filled.
+static size_t readInto(int fd, void *target, size_t size) {
+    const ssize_t filled = read(fd, target, size);
+    return filled < 0 ? 0 : static_cast<size_t>(filled);
 }
 
 static int64_t sizeOf(int fd) {
@@ -34,23 +35,31 @@ static uint32_t readCount(int fd) {
     return be32toh(count);
 }
 
-// Null when so many offsets cannot be held, by the signed result or by memory.
-static uint16_t *readOffsets(int fd, uint32_t count) {
-    if (count > INT32_MAX)
-        return nullptr;
-    uint16_t *offsets = static_cast<uint16_t *>(calloc(count, sizeof(uint16_t)));
-    if (offsets == nullptr)
-        return nullptr;
-    readInto(fd, offsets, count * sizeof(uint16_t));
-    for (uint32_t index = 0; index < count; ++index)
-        offsets[index] = be16toh(offsets[index]);
+// The offset table, its entries zero beyond those that the file had.
+struct Offsets {
+    uint16_t *table;
+    uint32_t read; // entries filled, the last one perhaps by half
+};
+
+// A null table when so many offsets cannot be held, by the signed result or by memory. Beyond what
+// was read nothing is touched: a damaged count must not cost the memory it asks for.
+static Offsets readOffsets(int fd, uint32_t count) {
+    Offsets offsets = {nullptr, 0};
+    if (count <= INT32_MAX)
+        offsets.table = static_cast<uint16_t *>(calloc(count, sizeof(uint16_t)));
+    if (offsets.table == nullptr)
+        return offsets;
+    const size_t bytes = readInto(fd, offsets.table, count * sizeof(uint16_t));
+    offsets.read = static_cast<uint32_t>((bytes + 1) / sizeof(uint16_t));
+    for (uint32_t index = 0; index < offsets.read; ++index)
+        offsets.table[index] = be16toh(offsets.table[index]);
     return offsets;
 }
 
-static uint16_t largestOf(const uint16_t *offsets, uint32_t count) {
+static uint16_t largestOf(const Offsets &offsets) {
     uint16_t largest = 0;
-    for (uint32_t index = 0; index < count; ++index)
-        largest = offsets[index] > largest ? offsets[index] : largest;
+    for (uint32_t index = 0; index < offsets.read; ++index)
+        largest = offsets.table[index] > largest ? offsets.table[index] : largest;
     return largest;
 }
 
@@ -61,12 +70,22 @@ static char *readStrings(int fd, int64_t size, uint16_t largestOffset) {
         return nullptr;
     const size_t reach = static_cast<size_t>(size > largestOffset ? size : largestOffset);
     char *strings = static_cast<char *>(calloc(reach + 1, 1));
-    if (strings != nullptr && readInto(fd, strings, static_cast<size_t>(size)) == size)
+    if (strings != nullptr &&
+        readInto(fd, strings, static_cast<size_t>(size)) == static_cast<size_t>(size))
         return strings;
     const int error = errno;
     free(strings);
     errno = error;
     return nullptr;
+}
+
+// Without a place to put it the block is released.
+template<typename Element>
+static void handOver(Element *block, Element **place) {
+    if (place != nullptr)
+        *place = block;
+    else
+        free(block);
 }
 
 int32_t getcmpLogFmt(const char *path, uint16_t **table, char **strings) {
@@ -79,15 +98,17 @@ int32_t getcmpLogFmt(const char *path, uint16_t **table, char **strings) {
     if (fileSize < 1)
         return -1;
     const uint32_t count = readCount(fd);
-    uint16_t *const offsets = readOffsets(fd, count);
-    *table = offsets; // Kept: handed over before it is known whether the rest can be read.
-    char *const area = offsets == nullptr
-                           ? nullptr
-                           : readStrings(fd, fileSize - COUNT_SIZE - OFFSET_SIZE * int64_t{count},
-                                         largestOf(offsets, count));
+    const Offsets offsets = readOffsets(fd, count);
+    const bool held = offsets.table != nullptr;
+    const uint16_t largest = largestOf(offsets);
+    // Kept: handed over before it is known whether the rest can be read.
+    handOver(offsets.table, table);
+    char *const area =
+        held ? readStrings(fd, fileSize - COUNT_SIZE - OFFSET_SIZE * int64_t{count}, largest)
+             : nullptr;
     if (area == nullptr)
         return complain("Unable to read ", path, " strings!");
-    *strings = area;
+    handOver(area, strings);
     close(fd);
     return static_cast<int32_t>(count);
 }

@@ -85,7 +85,8 @@ QN_API extern const char *const msgPri[];
    on standard error ("getcmpLogFmt: can't open %s."), an empty one is not, and both leave the
    stored pointers alone. A file cut short in its offsets or formats, or with a count that cannot be
    held, is told ("Unable to read %s strings!"): the offsets that could be read, the rest zero, are
-   stored by then (null where they cannot be held), the formats are not. Kept: once opened, a file
+   stored by then (null where they cannot be held), the formats are not. What has a null place is
+   released instead of stored. Kept: once opened, a file
    that is refused stays open (and closes on exec). */
 QN_API int32_t getcmpLogFmt(const char *path, uint16_t **table, char **strings);
 

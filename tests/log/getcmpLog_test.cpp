@@ -13,6 +13,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <string>
+#include <sys/resource.h>
 #include <unistd.h>
 #include <vector>
 
@@ -241,6 +242,42 @@ TEST(MsgPri, marksAreTwoCharactersEachAndEndInNull) {
     EXPECT_STREQ(msgPri[3], "**");
     EXPECT_STREQ(msgPri[4], "*C");
     EXPECT_EQ(msgPri[5], nullptr);
+}
+
+TEST(GetcmpLogFmt, whatHasNoPlaceIsNotHandedOver) {
+    TempDir dir;
+    const std::string path = dir.write("f", "\0\0\0\2\0\0\0\3%d\0%s\0"s);
+    uint16_t *table = nullptr;
+    char *strings = nullptr;
+    EXPECT_EQ(getcmpLogFmt(path.c_str(), nullptr, nullptr), 2); // the leak checker judges the rest
+    EXPECT_EQ(getcmpLogFmt(path.c_str(), &table, nullptr), 2);
+    EXPECT_EQ(getcmpLogFmt(path.c_str(), nullptr, &strings), 2);
+    ASSERT_NE(table, nullptr);
+    EXPECT_EQ(table[1], 3);
+    EXPECT_STREQ(strings, "%d");
+    free(table);
+    free(strings);
+    expectChildPasses([&] {
+        EXPECT_EQ(getcmpLogFmt(dir.write("cut", "\0\0\0\2\0\0"s).c_str(), nullptr, nullptr), -1);
+    });
+}
+
+// The count of a file of the other byte order: half a GiB of offsets, of which the file has four.
+TEST(GetcmpLogFmt, damagedCountTouchesNoMoreThanTheFileHas) {
+    TempDir dir;
+    const std::string path = dir.write("f", "\x10\0\0\0\1\2\3\4%d\0\0"s);
+    expectChildPasses([&] {
+        struct rusage before, after;
+        getrusage(RUSAGE_SELF, &before);
+        Loaded loaded(path);
+        getrusage(RUSAGE_SELF, &after);
+        EXPECT_EQ(loaded.result, -1);
+        if (loaded.table != nullptr) {
+            EXPECT_EQ(loaded.table[1], 0x304);
+            EXPECT_EQ(loaded.table[4], 0);
+        }
+        EXPECT_LT(after.ru_maxrss - before.ru_maxrss, 64 * 1024); // KiB
+    });
 }
 
 } // namespace
