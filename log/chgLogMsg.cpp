@@ -1,12 +1,13 @@
 #include "logMsg.h"
 
-#include "../buffers/charBuffer.h"
 #include "../buffers/cntlchrs.h"
 #include "../core/mkcopy.h"
 #include "byteClass.h"
 #include "expandLog.h"
+#include "localTime.h"
 
 #include <stddef.h>
+#include <stdlib.h>
 #include <string.h>
 
 static constexpr int32_t HIGHEST_PRIORITY = 4; // the parser takes more, none is set
@@ -50,10 +51,8 @@ int32_t chgTimeLogMsg(LogMsg *msg, int32_t time) {
     if (msg == nullptr)
         return -1;
     const int32_t previous = msg->time;
-    const time_t seconds = msg->time = time;
-    const struct tm *local = localtime(&seconds);
-    if (local != nullptr)
-        msg->tm = *local;
+    msg->time = time;
+    readLocalTime(time, &msg->tm);
     char *head = findHead(msg);
     if (head != nullptr && strlen(head) > HEAD_LENGTH)
         writeTime(head + 2, time);
@@ -70,46 +69,57 @@ static bool isGraphic(const char *text) {
 // The record text with the name in place of its producer; head is its first FS. Null when memory is
 // exhausted.
 static char *replaceProducer(const char *record, const char *head, const char *name) {
-    CharBuffer *buffer = mkCharBuffer(0);
-    if (buffer == nullptr)
-        return nullptr;
     const char *nameAt = head + 1;
     while (*nameAt != '\0' && nameAt <= head + HEAD_LENGTH)
         ++nameAt;
-    for (const char *at = record; at < nameAt; ++at)
-        fputCharBuffer(buffer, *at);
     const char *rest = nameAt;
     while (*rest != '\0' && *rest != CNTL_FS && !isSpaceByte(*rest))
         ++rest;
-    char *text = nullptr;
-    if (putStrCharBuffer(buffer, name) != nullptr && putStrCharBuffer(buffer, rest) != nullptr)
-        text = mkcopy(buffer->text);
-    freeCharBuffer(buffer);
+    const size_t before = static_cast<size_t>(nameAt - record), length = strlen(name);
+    const size_t after = strlen(rest) + 1;
+    char *text = static_cast<char *>(malloc(before + length + after));
+    if (text == nullptr)
+        return nullptr;
+    memcpy(text, record, before);
+    memcpy(text + before, name, length);
+    memcpy(text + before + length, rest, after);
     return text;
 }
 
-char *chgProducerLogMsg(LogMsg *msg, const char *producer) {
-    if (msg == nullptr || producer == nullptr || !isGraphic(producer))
-        return nullptr;
-    // First, since the name may be what the last call returned, or the record's own.
-    char *name = mkcopy(producer);
-    if (name == nullptr)
-        return nullptr;
+static void installProducer(LogMsg *msg, char *name) {
     freecopy(previousProducer);
     previousProducer = msg->producer;
     msg->producer = name;
     freecopy(msg->spare4);
     msg->spare4 = nullptr;
+}
+
+static void installRecord(LogMsg *msg, char *record) {
+    freecopy(msg->record);
+    freecopy(msg->spare1);
+    msg->record = record;
+    msg->spare1 = nullptr;
+}
+
+char *chgProducerLogMsg(LogMsg *msg, const char *producer) {
+    if (msg == nullptr || producer == nullptr || !isGraphic(producer))
+        return nullptr;
+    // Both texts first: a failure changes nothing, and the name may be what the last call returned
+    // or the record's own.
+    char *name = mkcopy(producer);
+    if (name == nullptr)
+        return nullptr;
     const char *head = findHead(msg);
-    if (msg->record != nullptr && head == nullptr)
-        return previousProducer; // without renewing the expansion. Kept.
     char *record = head == nullptr ? nullptr : replaceProducer(msg->record, head, name);
-    if (record != nullptr) {
-        freecopy(msg->record);
-        freecopy(msg->spare1);
-        msg->record = record;
-        msg->spare1 = nullptr;
+    if (head != nullptr && record == nullptr) {
+        freecopy(name);
+        return nullptr;
     }
+    installProducer(msg, name);
+    if (msg->record != nullptr && record == nullptr)
+        return previousProducer; // without renewing the expansion. Kept.
+    if (record != nullptr)
+        installRecord(msg, record);
     renewExpansion(msg);
     return previousProducer;
 }

@@ -99,8 +99,8 @@ QN_API int32_t chgTimeLogMsg(LogMsg *msg, int32_t time);
 
 /* Sets the producer, likewise. Every character of the name must be graphic; the empty name is
    accepted. Returns the previous producer, the library's, valid until the next call; null, nothing
-   changed, when an argument is null or the name refused. It is null, too, where the record had no
-   producer. */
+   changed, when an argument is null, the name refused or memory exhausted. It is null, too, where
+   the record had no producer. */
 QN_API char *chgProducerLogMsg(LogMsg *msg, const char *producer);
 
 #ifdef __cplusplus

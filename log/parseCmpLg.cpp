@@ -6,6 +6,7 @@
 #include "../core/mkcopy.h"
 #include "byteClass.h"
 #include "expandLog.h"
+#include "localTime.h"
 
 #include <stddef.h>
 #include <stdlib.h>
@@ -27,37 +28,48 @@ static char *copySpan(const char *start, const char *end) {
     return copy;
 }
 
+// A record being read, and whether memory ran out: it is refused then, never returned with less.
+struct Reading {
+    LogMsg *msg;
+    bool exhausted;
+};
+
+static void takeCopy(Reading &reading, char **field, const char *start, const char *end) {
+    *field = copySpan(start, end);
+    reading.exhausted = reading.exhausted || *field == nullptr;
+}
+
 // Fills the producer; null unless white space ends it.
-static const char *readProducer(LogMsg *msg, const char *text) {
+static const char *readProducer(Reading &reading, const char *text) {
     const char *end = text;
     while (*end != '\0' && *end != CNTL_FS && !isSpaceByte(*end))
         ++end;
     if (!isSpaceByte(*end))
         return nullptr;
-    msg->producer = copySpan(text, end);
+    takeCopy(reading, &reading.msg->producer, text, end);
     return skipSpace(end);
 }
 
 // Fills the source file; null unless ":" ends it.
-static const char *readFile(LogMsg *msg, const char *text) {
+static const char *readFile(Reading &reading, const char *text) {
     const char *end = text;
     while (*end != '\0' && *end != CNTL_FS && *end != ':')
         ++end;
     if (*end != ':')
         return nullptr;
-    msg->file = copySpan(text, end);
+    takeCopy(reading, &reading.msg->file, text, end);
     return end + 1;
 }
 
 // Fills the line and gives the separator behind it; null unless there is one.
-static const char *readLineNumber(LogMsg *msg, const char *text) {
+static const char *readLineNumber(Reading &reading, const char *text) {
     int64_t line = 0;
     for (; isDigitByte(*text); ++text)
         if (line <= INT32_MAX)
             line = line * 10 + (*text - '0');
     if (*text != CNTL_FS && *text != CNTL_GS)
         return nullptr;
-    msg->line = static_cast<int32_t>(line > INT32_MAX ? INT32_MAX : line);
+    reading.msg->line = static_cast<int32_t>(line > INT32_MAX ? INT32_MAX : line);
     return text;
 }
 
@@ -69,35 +81,36 @@ static bool putArgument(uint32_t array, const char *start, const char *end) {
     return false;
 }
 
-static void readArguments(LogMsg *msg, const char *text) {
+static void readArguments(Reading &reading, const char *text) {
+    LogMsg *msg = reading.msg;
     const uint32_t array = arrayOpen(INLINE_ARRAY, sizeof(LogMsgArg));
-    if (array == 0)
-        return;
-    for (;;) {
+    reading.exhausted = reading.exhausted || array == 0;
+    while (!reading.exhausted) {
         const char *end = text;
         while (*end != '\0' && *end != CNTL_FS && *end != CNTL_GS)
             ++end;
-        if (*end == '\0' || !putArgument(array, text, end))
+        if (*end == '\0')
             break;
-        ++msg->argCount;
+        if (putArgument(array, text, end))
+            ++msg->argCount;
+        else
+            reading.exhausted = true;
         if (*end == CNTL_GS)
             break;
         text = end + 1;
     }
-    msg->args = static_cast<LogMsgArg *>(arrayDone(array));
+    msg->args = array == 0 ? nullptr : static_cast<LogMsgArg *>(arrayDone(array));
 }
 
 // What follows the time. False: malformed, the fields before the fault being filled.
-static bool readBody(LogMsg *msg, const char *text) {
-    const time_t time = msg->time; // the record's 32 bits are signed
-    const struct tm *local = localtime(&time);
-    if (local != nullptr)
-        msg->tm = *local;
-    if ((text = readProducer(msg, text)) == nullptr || (text = readFile(msg, text)) == nullptr ||
-        (text = readLineNumber(msg, text)) == nullptr)
+static bool readBody(Reading &reading, const char *text) {
+    readLocalTime(reading.msg->time, &reading.msg->tm);
+    if ((text = readProducer(reading, text)) == nullptr ||
+        (text = readFile(reading, text)) == nullptr ||
+        (text = readLineNumber(reading, text)) == nullptr)
         return false;
     if (*text == CNTL_FS)
-        readArguments(msg, text + 1);
+        readArguments(reading, text + 1);
     return true;
 }
 
@@ -109,17 +122,17 @@ static LogMsg *refuse(LogMsg *msg) {
 static LogMsg *keepText(LogMsg *msg, int wantExpansion, uint32_t flags) {
     if ((flags & PARSE_KEEP_TEXT) == 0)
         return refuse(msg);
-    if (wantExpansion != 0)
-        msg->expansion = clearCopy(msg->record, VISIBLE_TEXT);
-    return msg;
+    if (wantExpansion == 0 || (msg->expansion = clearCopy(msg->record, VISIBLE_TEXT)) != nullptr)
+        return msg;
+    return refuse(msg);
 }
 
 static LogMsg *keepComment(LogMsg *msg, int wantExpansion, uint32_t flags) {
     if ((flags & PARSE_KEEP_COMMENTS) == 0)
         return refuse(msg);
-    if (wantExpansion != 0)
-        msg->expansion = mkcopy(msg->record);
-    return msg;
+    if (wantExpansion == 0 || (msg->expansion = mkcopy(msg->record)) != nullptr)
+        return msg;
+    return refuse(msg);
 }
 
 LogMsg *parseCmpLogEnhanced(char *text, int wantExpansion, uint32_t flags) {
@@ -136,7 +149,11 @@ LogMsg *parseCmpLogEnhanced(char *text, int wantExpansion, uint32_t flags) {
         return keepComment(msg, wantExpansion, flags);
     if (type < 0)
         return keepText(msg, wantExpansion, flags); // index 0 after a short time. Kept.
-    if (!readBody(msg, rest)) {
+    Reading reading = {msg, false};
+    const bool whole = readBody(reading, rest);
+    if (reading.exhausted)
+        return refuse(msg);
+    if (!whole) {
         msg->index = -1;
         return keepText(msg, wantExpansion, flags);
     }

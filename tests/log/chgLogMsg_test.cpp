@@ -2,6 +2,8 @@
    written. Time zone and expansion are process-wide, so cases that touch them run in a child. */
 #include "records.h"
 
+#include "support/failingAlloc.h"
+
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -215,6 +217,75 @@ TEST(ChgLogMsg, expansionIsRenewedOnlyWhereThereIsOne) {
         EXPECT_STREQ(msg->expansion, "M |000000ff|other|a b-");
         freeLogMsg(msg);
     });
+}
+
+TEST(ChgPriority, previousOneMayBeHigherThanAnyThatIsSet) {
+    for (int32_t priority = 5; priority <= 9; ++priority) {
+        LogMsg *msg = parsed(sample(std::to_string(priority), "5A0B1C2D", "prog"));
+        EXPECT_EQ(chgPriorityLogMsg(msg, 3), priority);
+        EXPECT_EQ(msg->record, original);
+        freeLogMsg(msg);
+    }
+}
+
+TEST(ChgLogMsg, expansionThatCannotBeRenewedIsGone) {
+    withTexts({{12, "%s"}}, [] { // one argument fewer than the record has
+        LogMsg *msg = parsed(original);
+        msg->expansion = strdup("old");
+        msg->spare6 = strdup("spare");
+        EXPECT_EQ(chgPriorityLogMsg(msg, 1), 3);
+        EXPECT_EQ(msg->expansion, nullptr);
+        EXPECT_EQ(msg->spare6, nullptr);
+        msg->expansion = strdup("old");
+        EXPECT_STREQ(chgProducerLogMsg(msg, "p"), "prog");
+        EXPECT_EQ(msg->expansion, nullptr);
+        freeLogMsg(msg);
+    });
+}
+
+TEST(ChgProducer, oneNameIsKeptForAllRecords) {
+    LogMsg *one = parsed(original), *other = parsed(sample("3", "5A0B1C2D", "second"));
+    char *previous = chgProducerLogMsg(one, "a");
+    EXPECT_STREQ(previous, "prog");
+    // The name kept from the one record goes into the other, and the other's is kept then.
+    previous = chgProducerLogMsg(other, previous);
+    EXPECT_STREQ(previous, "second");
+    EXPECT_STREQ(other->producer, "prog");
+    EXPECT_STREQ(one->producer, "a");
+    freeLogMsg(one);
+    freeLogMsg(other);
+    EXPECT_STREQ(previous, "second");
+}
+
+TEST(ChgProducer, exhaustedMemoryChangesNothing) {
+    for (int n = 0; n < 2; ++n) {
+        LogMsg *msg = parsed(original);
+        msg->spare1 = strdup("spare1");
+        msg->spare4 = strdup("spare4");
+        msg->expansion = strdup("old");
+        const char *previous;
+        {
+            const FailingAlloc fails(n);
+            previous = chgProducerLogMsg(msg, "another");
+        }
+        EXPECT_EQ(previous, nullptr) << n;
+        EXPECT_STREQ(msg->producer, "prog");
+        EXPECT_EQ(msg->record, original);
+        EXPECT_STREQ(msg->spare1, "spare1");
+        EXPECT_STREQ(msg->spare4, "spare4");
+        EXPECT_STREQ(msg->expansion, "old");
+        freeLogMsg(msg);
+    }
+}
+
+TEST(ChgProducer, twoAllocationsAreEnough) {
+    LogMsg *msg = parsed(original);
+    {
+        const FailingAlloc fails(2);
+        EXPECT_STREQ(chgProducerLogMsg(msg, "another"), "prog");
+    }
+    EXPECT_EQ(msg->record, sample("3", "5A0B1C2D", "another"));
+    freeLogMsg(msg);
 }
 
 } // namespace

@@ -5,11 +5,14 @@
 
 #include "records.h"
 
+#include "support/failingAlloc.h"
+
 #include <gtest/gtest.h>
 
 #include <climits>
 #include <cstring>
 #include <memory>
+#include <thread>
 
 namespace {
 
@@ -317,6 +320,103 @@ TEST(ParseCmpLg, failedExpansionLeavesNone) {
         const Parsed msg(parseCmpLog(text.data(), 1));
         ASSERT_NE(msg, nullptr);
         EXPECT_EQ(msg->expansion, nullptr);
+    });
+}
+
+TEST(ParseCmpLg, malformedRecordExpandsVisibly) {
+    const Parsed msg = parse(record("prog f.c 40\x1d"), PARSE_KEEP_TEXT, 1);
+    ASSERT_NE(msg, nullptr);
+    EXPECT_EQ(msg->index, -1);
+    EXPECT_STREQ(msg->producer, "prog");
+    EXPECT_STREQ(msg->expansion, "12<SP><FS>35A0B1C2Dprog<SP>f.c<SP>40<GS>");
+}
+
+TEST(ParseCmpLg, bothKeepFlagsExpandEachInItsWay) {
+    withTexts({{12, "said %s"}}, [] {
+        chgExpansionFmt("%M");
+        const uint32_t both = PARSE_KEEP_TEXT | PARSE_KEEP_COMMENTS;
+        EXPECT_STREQ(parse("a b", both, 1)->expansion, "a<SP>b");
+        EXPECT_STREQ(parse("# a b", both, 1)->expansion, "# a b");
+        EXPECT_STREQ(parse(recordOf(12, 3, {"x"}), both, 1)->expansion, "said x");
+    });
+}
+
+struct Swept {
+    const char *name;
+    std::string text;
+    uint32_t flags;
+    int wantExpansion;
+};
+
+const Swept swept[] = {
+    {"record", recordOf(12, 3, {"a", "", "c"}), 0, 0},
+    {"recordThatWouldBeKept", recordOf(12, 3, {"a", "", "c"}), PARSE_KEEP_TEXT, 0},
+    {"malformed", record("prog f.c 40\x1d"), PARSE_KEEP_TEXT, 1},
+    {"text", "free text", PARSE_KEEP_TEXT, 1},
+    {"comment", "# comment", PARSE_KEEP_COMMENTS, 1},
+};
+
+class Exhausted : public testing::TestWithParam<Swept> {};
+
+// A fresh process for each number of granted allocations, as the arrays' table stays.
+TEST_P(Exhausted, memoryGivesTheWholeRecordOrNone) {
+    const Swept &one = GetParam();
+    for (int n = 0; n <= 20; ++n)
+        expectChildPasses([&] {
+            std::string text = one.text;
+            LogMsg *cut;
+            {
+                const FailingAlloc fails(n);
+                cut = parseCmpLogEnhanced(text.data(), one.wantExpansion, one.flags);
+            }
+            const Parsed msg(cut);
+            EXPECT_FALSE(n == 0 && msg != nullptr);
+            EXPECT_FALSE(n == 20 && msg == nullptr);
+            if (msg == nullptr)
+                return;
+            const Parsed whole = parse(one.text, one.flags, one.wantExpansion);
+            EXPECT_EQ(msg->index, whole->index);
+            EXPECT_STREQ(msg->record, whole->record);
+            EXPECT_STREQ(msg->producer, whole->producer);
+            EXPECT_STREQ(msg->file, whole->file);
+            EXPECT_STREQ(msg->expansion, whole->expansion);
+            ASSERT_EQ(msg->argCount, whole->argCount);
+            for (int32_t i = 0; i < whole->argCount; ++i)
+                EXPECT_STREQ(msg->args[i].value, whole->args[i].value);
+        });
+}
+
+INSTANTIATE_TEST_SUITE_P(ParseCmpLg, Exhausted, testing::ValuesIn(swept),
+                         [](const auto &one) { return std::string(one.param.name); });
+
+// Parses a record of one second over and over; how often its broken-down time was another's.
+int strangeTimes(const std::string &time, int second) {
+    int strange = 0;
+    std::string text = recordOf(1, 2, {}, time);
+    for (int i = 0; i < 20000; ++i) {
+        const Parsed msg(parseCmpLog(text.data(), 0));
+        strange += msg == nullptr || msg->tm.tm_sec != second || msg->tm.tm_year != 70;
+    }
+    return strange;
+}
+
+TEST(ParseCmpLg, threadsDoNotShareABrokenDownTime) {
+    expectChildPasses([] {
+        setenv("TZ", "UTC0", 1);
+        int strange = -1;
+        std::thread other([&] { strange = strangeTimes("00000002", 2); });
+        EXPECT_EQ(strangeTimes("00000001", 1), 0);
+        other.join();
+        EXPECT_EQ(strange, 0);
+    });
+}
+
+TEST(ParseCmpLg, timeZoneChangedMeanwhileIsSeen) {
+    expectChildPasses([] {
+        setenv("TZ", "UTC0", 1);
+        EXPECT_EQ(parse(record("p f:1\x1d"))->tm.tm_hour, 16);
+        setenv("TZ", "XST-2", 1);
+        EXPECT_EQ(parse(record("p f:1\x1d"))->tm.tm_hour, 18);
     });
 }
 

@@ -129,4 +129,21 @@ TEST(TypeOfCmpLogCut, headCutAnywhereIsText) {
     }
 }
 
+TEST(TypeOfCmpLogNull, outputAloneLeavesTheOthersFilled) {
+    const char *text = "12 \x1c"
+                       "35A0B1C2Dprog";
+    for (int missing = 0; missing < 4; ++missing) {
+        int32_t index = UNTOUCHED, priority = UNTOUCHED, time = UNTOUCHED;
+        char *rest = nullptr;
+        EXPECT_EQ(typeOfCmpLog(text, missing == 0 ? nullptr : &index,
+                               missing == 1 ? nullptr : &priority, missing == 2 ? nullptr : &time,
+                               missing == 3 ? nullptr : &rest),
+                  12);
+        EXPECT_EQ(index, missing == 0 ? UNTOUCHED : 12);
+        EXPECT_EQ(priority, missing == 1 ? UNTOUCHED : 3);
+        EXPECT_EQ(time, missing == 2 ? UNTOUCHED : 0x5A0B1C2D);
+        EXPECT_EQ(rest, missing == 3 ? nullptr : text + 13);
+    }
+}
+
 } // namespace
