@@ -20,7 +20,8 @@ static constexpr int64_t CACHE_STEP = 64;
 static constexpr size_t ENTRY_SIZE = 16; // of the text format file's directory
 
 ExpansionSettings expansionSettings = {
-    nullptr, 0, -1, nullptr, 0, 0, 0, nullptr, nullptr, nullptr, nullptr, 0, -1, nullptr,
+    nullptr, 0,       -1,      nullptr, 0,  0,       0,       nullptr,
+    nullptr, nullptr, nullptr, 0,       -1, nullptr, nullptr, nullptr,
 };
 
 // The file's directory, and its texts.
@@ -95,11 +96,13 @@ static CharBuffer *defaultTextFormatPath() {
     if (name == nullptr || *name == '\0')
         name = TEXT_FORMAT_FILE;
     CharBuffer *path = mkCharBuffer(0);
-    if (strchr(name, '/') != nullptr)
-        putStrCharBuffer(path, name);
-    else if (path != nullptr)
-        fmtCharBuffer(path, "%s/%s", currentLogRoot(), name);
-    return path;
+    const bool filled = strchr(name, '/') != nullptr
+                            ? putStrCharBuffer(path, name) != nullptr
+                            : fmtCharBuffer(path, "%s/%s", currentLogRoot(), name) >= 0;
+    if (filled)
+        return path;
+    freeCharBuffer(path); // the next lookup tries again
+    return nullptr;
 }
 
 static bool openTextFormatFile() {
@@ -108,7 +111,7 @@ static bool openTextFormatFile() {
         return true;
     if (own.textFmtPath == nullptr)
         own.textFmtPath = defaultTextFormatPath();
-    if (own.textFmtPath == nullptr || own.textFmtPath->text == nullptr)
+    if (own.textFmtPath == nullptr)
         return false;
     own.textFmtFd = open(own.textFmtPath->text, O_RDONLY | O_CLOEXEC);
     return own.textFmtFd >= 0;
@@ -167,10 +170,14 @@ void endExpandFmt(void) {
 
 char *setExpandFmt(const char *path) {
     ExpansionSettings &own = expansionSettings;
-    endExpandFmt();
-    // The old path goes last: it may be the very text that was handed in.
+    // First: what was handed in may be the old path, or a text of the cache that is now dropped.
     CharBuffer *stored = mkCharBuffer(0);
     char *text = putStrCharBuffer(stored, path);
+    if (text == nullptr) {
+        freeCharBuffer(stored);
+        return nullptr;
+    }
+    endExpandFmt();
     freeCharBuffer(own.textFmtPath);
     own.textFmtPath = stored;
     return text;
@@ -243,6 +250,8 @@ char *getContinuationPrefix(void) {
 int32_t chgContinuationPrefix(const char *prefix) {
     ExpansionSettings &own = expansionSettings;
     char *copy = mkcopy(prefix); // before the old one goes: it may be the same text
+    if (copy == nullptr && prefix != nullptr)
+        return own.contPrefixWidth;
     freecopy(own.contPrefix);
     own.contPrefix = copy;
     own.contPrefixLength = copy == nullptr ? 0 : clampTo32(static_cast<int64_t>(strlen(copy)));

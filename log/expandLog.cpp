@@ -9,6 +9,7 @@
 #include "expansionSettings.h"
 #include "priorityMark.h"
 #include "synLogFlds.h"
+#include "textOut.h"
 
 #include <stddef.h>
 #include <string.h>
@@ -22,7 +23,7 @@ static bool expanding;
 
 // What the directives of one expansion work on.
 struct Expansion {
-    CharBuffer *out;
+    TextOut out;
     const LogMsg *msg;
     const char *messageText;
 };
@@ -39,16 +40,16 @@ static const char *openParenthesis(const char *format) {
 static const char *putPriority(Expansion &expansion, const char *format) {
     const int32_t priority = expansion.msg->priority;
     if (*format != '(') {
-        putStrCharBuffer(expansion.out, priorityMark(priority));
+        putText(expansion.out, priorityMark(priority));
         return format;
     }
     format = openParenthesis(format);
     if (format == nullptr)
         return nullptr;
     if (*format == 's' || *format == 'S')
-        putStrCharBuffer(expansion.out, priorityMark(priority));
+        putText(expansion.out, priorityMark(priority));
     else if (*format == 'd' || *format == 'D')
-        fputCharBuffer(expansion.out, static_cast<char>('0' + priority));
+        putChar(expansion.out, static_cast<char>('0' + priority));
     else
         return nullptr;
     format = skipSpace(format + 1);
@@ -56,34 +57,36 @@ static const char *putPriority(Expansion &expansion, const char *format) {
 }
 
 static const char *putTime(Expansion &expansion, const char *format) {
+    TextOut &out = expansion.out;
     if (*format != '(') {
-        putCtime(expansion.out, expansion.msg, 0);
+        noteAppend(out, putCtime(out.buffer, expansion.msg, 0) != 0);
         return format;
     }
     const char *end = strchrnul(format, ')');
-    putTimeLayout(expansion.out, expansion.msg, format + 1, end);
+    noteAppend(out, putTimeLayout(out.buffer, expansion.msg, format + 1, end) != 0);
     return *end != '\0' ? end + 1 : end;
 }
 
 static const char *putProducer(Expansion &expansion, const char *format) {
-    putStrCharBuffer(expansion.out, expansion.msg->producer);
+    putText(expansion.out, expansion.msg->producer);
     return format;
 }
 
 static const char *putFile(Expansion &expansion, const char *format) {
-    putStrCharBuffer(expansion.out, expansion.msg->file);
+    putText(expansion.out, expansion.msg->file);
     return format;
 }
 
 static const char *putLine(Expansion &expansion, const char *format) {
-    fmtCharBuffer(expansion.out, "%d", expansion.msg->line);
+    TextOut &out = expansion.out;
+    noteAppend(out, fmtCharBuffer(out.buffer, "%d", expansion.msg->line) >= 0);
     return format;
 }
 
 // Less its last character: records read as lines keep their line feed.
 static const char *putRecord(Expansion &expansion, const char *format) {
     for (const char *text = expansion.msg->record; *text != '\0' && text[1] != '\0'; ++text)
-        fputCharBuffer(expansion.out, *text);
+        putChar(expansion.out, *text);
     return format;
 }
 
@@ -95,9 +98,9 @@ static bool putMessageText(Expansion &expansion) {
         if (*text == '%' && *++text == 's') {
             if (used >= msg->argCount)
                 return false;
-            putStrCharBuffer(expansion.out, msg->args[used++].value);
+            putText(expansion.out, msg->args[used++].value);
         } else if (*text != '\0') {
-            fputCharBuffer(expansion.out, *text);
+            putChar(expansion.out, *text);
         } else {
             break;
         }
@@ -139,8 +142,8 @@ static const char *readSeparator(const char *format, char *separator) {
 static void putSeparatedArguments(Expansion &expansion, char separator, char last) {
     const LogMsg *msg = expansion.msg;
     for (int32_t i = 0; i < msg->argCount; ++i) {
-        putStrCharBuffer(expansion.out, msg->args[i].value);
-        fputCharBuffer(expansion.out, i + 1 < msg->argCount ? separator : last);
+        putText(expansion.out, msg->args[i].value);
+        putChar(expansion.out, i + 1 < msg->argCount ? separator : last);
     }
 }
 
@@ -188,7 +191,7 @@ static const char *putDirective(Expansion &expansion, const char *format) {
     for (const Directive &directive : DIRECTIVES)
         if (directive.letter == letter)
             return directive.put(expansion, format);
-    fputCharBuffer(expansion.out, letter);
+    putChar(expansion.out, letter);
     return format;
 }
 
@@ -198,13 +201,13 @@ static const char *putEscape(Expansion &expansion, const char *format) {
     char value = *format;
     if (!isOctalByte(value)) {
         namedEscape(*format, &value);
-        fputCharBuffer(expansion.out, value);
+        putChar(expansion.out, value);
         return format + 1;
     }
     int octal = 0;
     for (int digits = 0; digits < 3 && isOctalByte(*format); ++digits)
         octal = octal * 8 + (*format++ - '0');
-    fputCharBuffer(expansion.out, static_cast<char>(octal & 0xFF));
+    putChar(expansion.out, static_cast<char>(octal & 0xFF));
     return format;
 }
 
@@ -216,7 +219,7 @@ static bool putFormat(Expansion &expansion, const char *format) {
         else if (ch == '\\')
             format = putEscape(expansion, format);
         else
-            fputCharBuffer(expansion.out, ch);
+            putChar(expansion.out, ch);
     }
     return format != nullptr;
 }
@@ -230,9 +233,11 @@ static bool emptyBuffer(CharBuffer **buffer) {
     return true;
 }
 
+// All of them build in workBuf: where the building fails, outBuf holds the last result still.
+
 static char *expandRecord(LogMsg *msg) {
     ExpansionSettings &own = expansionSettings;
-    Expansion expansion = {own.outBuf, msg, getExpandFmt(msg->index)};
+    Expansion expansion = {{own.workBuf, false}, msg, getExpandFmt(msg->index)};
     if (expansion.messageText == nullptr)
         return nullptr;
     const char *format = own.format;
@@ -240,19 +245,28 @@ static char *expandRecord(LogMsg *msg) {
         format = translateSynFields(own.synBuf, own.format, msg, nullptr);
     if (format == nullptr || !putFormat(expansion, format))
         return nullptr;
-    char *text = putStrCharBuffer(own.outBuf, nullptr);
-    return own.cutoff > 0 || own.visible != 0 ? postMsg(own.outBuf) : text;
+    char *text = finishText(expansion.out);
+    if (text == nullptr || (own.cutoff <= 0 && own.visible == 0))
+        return text;
+    return postMsg(own.workBuf);
 }
 
 static char *expandParsed(LogMsg *msg, uint32_t flags) {
     ExpansionSettings &own = expansionSettings;
-    if (!emptyBuffer(&own.outBuf) || !emptyBuffer(&own.synBuf))
+    if (!emptyBuffer(&own.workBuf) || !emptyBuffer(&own.synBuf))
         return nullptr;
     if (msg->index == COMMENT)
-        return putStrCharBuffer(own.outBuf, msg->record);
+        return putStrCharBuffer(own.workBuf, msg->record);
     if (msg->index < 0)
-        return clearCopyCharBuffer(own.outBuf, msg->record, static_cast<int32_t>(flags));
+        return clearCopyCharBuffer(own.workBuf, msg->record, static_cast<int32_t>(flags));
     return expandRecord(msg);
+}
+
+static void takeForResult() {
+    ExpansionSettings &own = expansionSettings;
+    CharBuffer *built = own.workBuf;
+    own.workBuf = own.outBuf;
+    own.outBuf = built;
 }
 
 char *expandLogEnhanced(char *record, uint32_t flags, int32_t *indexOut) {
@@ -270,6 +284,8 @@ char *expandLogEnhanced(char *record, uint32_t flags, int32_t *indexOut) {
     if (msg != nullptr) {
         *indexOut = msg->index;
         text = expandParsed(msg, flags);
+        if (text != nullptr)
+            takeForResult();
     }
     freeLogMsg(msg);
     expanding = false;

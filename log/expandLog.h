@@ -69,7 +69,8 @@ QN_API void endExpandFmt(void);
 
 /* endExpandFmt, and from now on the file is the given one, as it stands. For null or "" every
    lookup fails until the next call: kept, there is no way back to the default name. Returns the
-   stored path, "" for none, valid until the next call; null when memory is exhausted. */
+   stored path, "" for none, valid until the next call; null, nothing changed, when memory is
+   exhausted. The path may be any text of this family, a cached message text too. */
 QN_API char *setExpandFmt(const char *path);
 
 /* The expansion format, valid until it is changed; null before the first expansion or change. */
@@ -89,7 +90,8 @@ QN_API int32_t chgExpansionCutoff(int32_t column);
 QN_API char *getContinuationPrefix(void);
 
 /* Installs a copy of the prefix, or none for null. Returns its width from column 0, measured under
-   the visible mode of now; 0 for none. Prefixes should be printable: wrapping counts a prefix's
+   the visible mode of now; 0 for none. When memory is exhausted the old one stays, and its width is
+   returned. Prefixes should be printable: wrapping counts a prefix's
    width as its length. */
 QN_API int32_t chgContinuationPrefix(const char *prefix);
 
@@ -103,9 +105,9 @@ QN_API int setVisible(int visible);
    3, not 5. All kept: prefixes in use are measured so. 0 for null. */
 QN_API int32_t visualWidth(const char *text, int32_t start);
 
-/* The record as people read it, valid until the next expansion; never longer lines than the cut-off
-   allows. *indexOut (may be null) is the parsed index, -1 when nothing was parsed. The record is
-   only read, and may be an earlier result.
+/* The record as people read it, valid until the next expansion that succeeds; never longer lines
+   than the cut-off allows. *indexOut (may be null) is the parsed index, -1 when nothing was parsed.
+   The record is only read, and may be an earlier result.
 
    With the keep flags of logMsg.h, free text is rendered visibly (the flags are also
    clearCopyCharBuffer's mode) and a comment given as it stands, neither of them wrapped. Null, with
@@ -120,8 +122,9 @@ QN_API char *expandLog(char *record);
 /* Renders the buffer's content visibly, if visible mode is on, and wraps it, if the cut-off is
    above 0; what an expansion ends with. Lines break at the last blank or tab before the cut-off, or
    at the cut-off where there is none; a blank or tab broken at becomes the line feed. A break may
-   go back over a line feed to a blank before it: kept. Returns the buffer's text, terminated; null
-   for a null buffer, and when memory is exhausted. */
+   go back over a line feed to a blank before it: kept. Returns the buffer's text, terminated, which
+   may be another block than before; null for a null buffer and, the content unchanged, when memory
+   is exhausted. */
 QN_API char *postMsg(CharBuffer *buffer);
 
 /* Renews msg->expansion from msg->record (null where expandLog fails) and releases spare6. A null

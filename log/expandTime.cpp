@@ -1,6 +1,8 @@
 #include "expandTime.h"
 
 #include "../buffers/fmtCharBuf.h"
+#include "localTime.h"
+#include "textOut.h"
 #include "timeDefs.h"
 
 #include <string.h>
@@ -94,10 +96,13 @@ static constexpr LayoutDirective LAYOUTS[] = {
 
 struct OtherDirective {
     char letter;
-    void (*put)(CharBuffer *out, const LogMsg *msg);
+    void (*put)(TextOut &out, const LogMsg *msg);
 };
 
-static void putNumber(CharBuffer *out, int value, int width, char padding) {
+static void appendCtime(TextOut &out, const LogMsg *msg, bool withLineFeed);
+static void appendLayout(TextOut &out, const LogMsg *msg, const char *layout, const char *end);
+
+static void putNumber(TextOut &out, int value, int width, char padding) {
     char digits[16];
     char *first = digits + sizeof digits;
     unsigned rest = value < 0 ? 0 : static_cast<unsigned>(value);
@@ -107,30 +112,31 @@ static void putNumber(CharBuffer *out, int value, int width, char padding) {
     while ((rest /= 10) != 0);
     while (first > digits && digits + sizeof digits - 1 - first < width)
         *--first = padding;
-    putStrCharBuffer(out, first);
+    putText(out, first);
 }
 
 // The hour modulo 12, so that noon shows as 00, and as AM. Kept, unlike %I and %p.
-static void putTwelveHourTime(CharBuffer *out, const LogMsg *msg) {
+static void putTwelveHourTime(TextOut &out, const LogMsg *msg) {
     static constexpr char REST[] = ":%M:%S ";
     putNumber(out, msg->tm.tm_hour % 12, 2, '0');
-    putTimeLayout(out, msg, REST, REST + strlen(REST));
-    putStrCharBuffer(out, HALF_DAYS[msg->tm.tm_hour > 12 ? 1 : 0]);
+    appendLayout(out, msg, REST, REST + strlen(REST));
+    putText(out, HALF_DAYS[msg->tm.tm_hour > 12 ? 1 : 0]);
 }
 
-static void putCtimeLine(CharBuffer *out, const LogMsg *msg) {
-    putCtime(out, msg, 1);
+static void putCtimeLine(TextOut &out, const LogMsg *msg) {
+    appendCtime(out, msg, true);
 }
 
-static void putHexTime(CharBuffer *out, const LogMsg *msg) {
+static void putHexTime(TextOut &out, const LogMsg *msg) {
     // Through 32 unsigned bits: a negative time must not widen to 16 digits.
-    fmtCharBuffer(out, "%8.8lx", static_cast<unsigned long>(static_cast<uint32_t>(msg->time)));
+    const unsigned long time = static_cast<uint32_t>(msg->time);
+    noteAppend(out, fmtCharBuffer(out.buffer, "%8.8lx", time) >= 0);
 }
 
-static void putZone(CharBuffer *out, const LogMsg *msg) {
+static void putZone(TextOut &out, const LogMsg *msg) {
     char zone[LONGEST_ZONE + 1];
     if (strftime(zone, sizeof zone, "%Z", &msg->tm) > 0)
-        putStrCharBuffer(out, zone);
+        putText(out, zone);
 }
 
 static constexpr OtherDirective OTHERS[] = {
@@ -146,37 +152,50 @@ static const Directive *find(const Directive (&table)[count], char letter) {
     return nullptr;
 }
 
-static void putTimeDirective(CharBuffer *out, const LogMsg *msg, char letter) {
+static void putTimeDirective(TextOut &out, const LogMsg *msg, char letter) {
     if (const NumberDirective *number = find(NUMBERS, letter))
         putNumber(out, number->value(msg->tm), number->width, number->padding);
     else if (const NameDirective *name = find(NAMES, letter))
-        putStrCharBuffer(out, name->names[name->value(msg->tm)]);
+        putText(out, name->names[name->value(msg->tm)]);
     else if (const LayoutDirective *layout = find(LAYOUTS, letter))
-        putTimeLayout(out, msg, layout->layout, layout->layout + strlen(layout->layout));
+        appendLayout(out, msg, layout->layout, layout->layout + strlen(layout->layout));
     else if (const OtherDirective *other = find(OTHERS, letter))
         other->put(out, msg);
     else
-        fputCharBuffer(out, letter);
+        putChar(out, letter);
 }
 
-void putCtime(CharBuffer *out, const LogMsg *msg, int withLineFeed) {
-    const time_t time = msg->time;
+static void appendCtime(TextOut &out, const LogMsg *msg, bool withLineFeed) {
+    struct tm tm = msg->tm;
     // A record that was kept after a short time has no broken-down time.
-    const struct tm *tm = msg->tm.tm_mday != 0 ? &msg->tm : localtime(&time);
-    char text[CTIME_SIZE];
-    if (tm == nullptr || asctime_r(tm, text) == nullptr)
+    if (tm.tm_mday == 0 && !readLocalTime(msg->time, &tm))
         return;
-    if (withLineFeed == 0)
+    char text[CTIME_SIZE];
+    if (asctime_r(&tm, text) == nullptr)
+        return;
+    if (!withLineFeed)
         *strchrnul(text, '\n') = '\0';
-    putStrCharBuffer(out, text);
+    putText(out, text);
 }
 
-void putTimeLayout(CharBuffer *out, const LogMsg *msg, const char *layout, const char *end) {
+static void appendLayout(TextOut &out, const LogMsg *msg, const char *layout, const char *end) {
     while (layout < end) {
         const char ch = *layout++;
         if (ch != '%')
-            fputCharBuffer(out, ch);
+            putChar(out, ch);
         else if (layout < end)
             putTimeDirective(out, msg, *layout++);
     }
+}
+
+int putCtime(CharBuffer *buffer, const LogMsg *msg, int withLineFeed) {
+    TextOut out = {buffer, false};
+    appendCtime(out, msg, withLineFeed != 0);
+    return out.failed ? 0 : 1;
+}
+
+int putTimeLayout(CharBuffer *buffer, const LogMsg *msg, const char *layout, const char *end) {
+    TextOut out = {buffer, false};
+    appendLayout(out, msg, layout, end);
+    return out.failed ? 0 : 1;
 }

@@ -20,13 +20,15 @@ typedef struct ExpansionSettings {
     int32_t contPrefixWidth;  /* its visualWidth from column 0 */
     int32_t contPrefixLength; /* its length in bytes */
     int visible;              /* whether control characters are shown */
-    CharBuffer *outBuf;       /* the expansion being built, and its result */
+    CharBuffer *outBuf;       /* the last expansion that succeeded: the result handed out */
     CharBuffer *synBuf;       /* the format with its synthetic fields filled in */
-    CharBuffer *visBuf;       /* work area of visible rendering and wrapping */
+    CharBuffer *visBuf;       /* work area of visible rendering */
     char **textFmtCache;      /* message texts by message index, owned; null: not read */
     int32_t textFmtCapacity;  /* slots in textFmtCache */
     int textFmtFd;            /* the open text format file, or -1 */
     CharBuffer *textFmtPath;  /* its path; null until decided or set */
+    CharBuffer *workBuf;      /* the expansion being built; changes places with outBuf when whole */
+    CharBuffer *wrapBuf;      /* work area of wrapping */
 } ExpansionSettings;
 
 extern ExpansionSettings expansionSettings;

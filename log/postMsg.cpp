@@ -3,24 +3,19 @@
 #include "../buffers/fmtCharBuf.h"
 #include "byteClass.h"
 #include "expansionSettings.h"
+#include "textOut.h"
 
 #include <stddef.h>
 
 static constexpr int32_t VISIBLE_INCREMENT = 128;
 
-static void putSpan(CharBuffer *buffer, const char *start, const char *end) {
-    for (; start < end; ++start)
-        fputCharBuffer(buffer, *start);
-}
-
 // The emptied work area; null when memory is exhausted.
-static CharBuffer *workArea() {
-    ExpansionSettings &own = expansionSettings;
-    if (own.visBuf == nullptr)
-        own.visBuf = mkCharBuffer(VISIBLE_INCREMENT);
-    if (own.visBuf != nullptr)
-        own.visBuf->next = own.visBuf->text;
-    return own.visBuf;
+static CharBuffer *workArea(CharBuffer **slot) {
+    if (*slot == nullptr)
+        *slot = mkCharBuffer(VISIBLE_INCREMENT);
+    if (*slot != nullptr)
+        (*slot)->next = (*slot)->text;
+    return *slot;
 }
 
 static const char *visibleWhite(char ch) {
@@ -40,16 +35,19 @@ static const char *visibleWhite(char ch) {
     }
 }
 
-static void renderVisibly(CharBuffer *out, const CharBuffer *source) {
+static char *renderVisibly(CharBuffer *buffer, const CharBuffer *source) {
+    TextOut out = {buffer, false};
     for (const char *at = source->text; at < source->next; ++at) {
+        const unsigned byte = static_cast<unsigned char>(*at);
         const char *white = visibleWhite(*at);
         if (white != nullptr)
-            putStrCharBuffer(out, white);
+            putText(out, white);
         else if (isPrintByte(*at))
-            fputCharBuffer(out, *at);
+            putChar(out, *at);
         else
-            fmtCharBuffer(out, "<%o>", static_cast<unsigned>(static_cast<unsigned char>(*at)));
+            noteAppend(out, fmtCharBuffer(buffer, "<%o>", byte) >= 0);
     }
+    return finishText(out);
 }
 
 /* Wrapping reads the text from one buffer and writes lines into the other, so that its cost does
@@ -58,7 +56,7 @@ static void renderVisibly(CharBuffer *out, const CharBuffer *source) {
    break takes the walk back to that blank, so columns may be counted again, but a run of blanks
    beyond the cut-off is measured once. */
 struct Wrapping {
-    CharBuffer *out;
+    TextOut out;
     const char *end;         // of the text
     const char *lineStart;   // first byte not yet written
     const char *breakAt;     // where this line may break; null: nowhere
@@ -112,8 +110,8 @@ static const char *continueLine(Wrapping &walk) {
 static const char *breakLine(Wrapping &walk, const char *at) {
     const char *lineEnd = walk.breakAt != nullptr ? walk.breakAt : at;
     putSpan(walk.out, walk.lineStart, lineEnd);
-    fputCharBuffer(walk.out, '\n');
-    putStrCharBuffer(walk.out, expansionSettings.contPrefix);
+    putChar(walk.out, '\n');
+    putText(walk.out, expansionSettings.contPrefix);
     walk.lineStart = walk.breakAt != nullptr ? lineEnd + 1 : lineEnd;
     return continueLine(walk);
 }
@@ -128,8 +126,8 @@ static const char *passWideBlanks(Wrapping &walk, const char *at) {
     return walk.blanksEnd;
 }
 
-static void wrap(CharBuffer *out, const CharBuffer *source) {
-    Wrapping walk = {out, source->next, source->text, nullptr, 0, nullptr, nullptr};
+static char *wrap(CharBuffer *buffer, const CharBuffer *source) {
+    Wrapping walk = {{buffer, false}, source->next, source->text, nullptr, 0, nullptr, nullptr};
     const char *at = source->text;
     while (at < walk.end) {
         if (mustBreakBefore(walk, at)) {
@@ -144,25 +142,43 @@ static void wrap(CharBuffer *out, const CharBuffer *source) {
             walk.breakAt = at;
         advanceColumn(walk.column, *at++);
     }
-    putSpan(out, walk.lineStart, walk.end);
+    putSpan(walk.out, walk.lineStart, walk.end);
+    return finishText(walk.out);
 }
 
+// The buffers keep their increments.
+static void exchangeBlocks(CharBuffer *one, CharBuffer *other) {
+    const CharBuffer before = *one;
+    one->text = other->text;
+    one->limit = other->limit;
+    one->next = other->next;
+    one->size = other->size;
+    other->text = before.text;
+    other->limit = before.limit;
+    other->next = before.next;
+    other->size = before.size;
+}
+
+// Each step reads one buffer and fills another, and the buffer is given the last one's block: what
+// fails on the way leaves the buffer's content alone.
 char *postMsg(CharBuffer *buffer) {
-    const ExpansionSettings &own = expansionSettings;
+    ExpansionSettings &own = expansionSettings;
     char *text = putStrCharBuffer(buffer, nullptr);
     if (text == nullptr || (own.visible == 0 && own.cutoff < 1))
         return text;
-    CharBuffer *source = workArea();
-    if (source == nullptr)
-        return text;
-    if (own.visible != 0)
-        renderVisibly(source, buffer);
-    else
-        putSpan(source, buffer->text, buffer->next);
-    buffer->next = buffer->text;
-    if (own.cutoff < 1)
-        putSpan(buffer, source->text, source->next);
-    else
-        wrap(buffer, source);
-    return putStrCharBuffer(buffer, nullptr);
+    CharBuffer *result = buffer;
+    if (own.visible != 0) {
+        CharBuffer *shown = workArea(&own.visBuf);
+        if (shown == nullptr || renderVisibly(shown, result) == nullptr)
+            return nullptr;
+        result = shown;
+    }
+    if (own.cutoff >= 1) {
+        CharBuffer *lines = workArea(&own.wrapBuf);
+        if (lines == nullptr || wrap(lines, result) == nullptr)
+            return nullptr;
+        result = lines;
+    }
+    exchangeBlocks(buffer, result);
+    return buffer->text;
 }

@@ -5,6 +5,8 @@
 
 #include "records.h"
 
+#include "support/failingAlloc.h"
+
 #include <gtest/gtest.h>
 
 #include <climits>
@@ -539,6 +541,105 @@ TEST(VisualWidth, inBothModes) {
             EXPECT_EQ(visualWidth(width.text, width.start), width.plain) << shown(width.text);
             setVisible(1);
             EXPECT_EQ(visualWidth(width.text, width.start), width.visible) << shown(width.text);
+        }
+    });
+}
+
+TEST(TextFormatFile, cacheGrowsInStepsOf64) {
+    withTexts({{0, "zero"}, {63, "sixty-three"}, {64, "sixty-four"}}, [] {
+        getExpandFmt(0);
+        EXPECT_EQ(lastAllocSize(), 64 * sizeof(char *));
+        getExpandFmt(63);
+        EXPECT_EQ(lastAllocSize(), sizeof "sixty-three"); // the text alone
+        getExpandFmt(64);
+        EXPECT_EQ(lastAllocSize(), 128 * sizeof(char *));
+    });
+}
+
+TEST(TextFormatFile, emptyRootIsTheRootFolder) {
+    const TempDir folder;
+    folder.write("textLogFmt", entry("16 4") + "here");
+    expectChildPasses([&] {
+        ASSERT_EQ(chdir(folder.path().c_str()), 0);
+        unsetenv("TEXTLOGFMT");
+        setenv("LOGROOT", "", 1);
+        EXPECT_EQ(textOf(0), "(null)"); // "/textLogFmt", not the one here
+        EXPECT_EQ(shown(logRoot), "");
+    });
+}
+
+TEST(TextFormatFile, cachedTextMayBeTheNextPath) {
+    withTexts({{0, "/nonexistent/texts"}}, [] {
+        char *cached = getExpandFmt(0);
+        EXPECT_EQ(shown(setExpandFmt(cached)), "/nonexistent/texts");
+        EXPECT_EQ(textOf(0), "(null)");
+    });
+}
+
+TEST(TextFormatFile, exhaustedMemoryKeepsPathAndCache) {
+    withTexts({{0, "zero"}, {1, "one"}}, [] {
+        const char *zero = getExpandFmt(0);
+        for (int n = 0; n < 2; ++n) {
+            const char *stored;
+            {
+                const FailingAlloc fails(n);
+                stored = setExpandFmt("/nonexistent/texts");
+            }
+            EXPECT_EQ(stored, nullptr) << n;
+            EXPECT_EQ(getExpandFmt(0), zero) << n;
+        }
+        EXPECT_EQ(textOf(1), "one");
+    });
+}
+
+TEST(TextFormatFile, defaultPathThatFoundNoMemoryIsDecidedAgain) {
+    for (int n = 0; n < 3; ++n)
+        withTexts({{0, "zero"}}, [n] {
+            const char *text;
+            {
+                const FailingAlloc fails(n);
+                text = getExpandFmt(0);
+            }
+            EXPECT_EQ(text, nullptr) << n;
+            EXPECT_EQ(textOf(0), "zero") << n;
+        });
+}
+
+TEST(ContinuationPrefix, emptyOneOfTheEnvironmentIsAPrefix) {
+    withTexts({{0, ""}}, [] {
+        setenv("LOGCOLUMN", "4", 1);
+        setenv("LOGCONTPREFIX", "", 1);
+        EXPECT_EQ(expandedAs("abcdef", recordOf(0, 0, {})), "abcd\nef");
+        EXPECT_EQ(shown(getContinuationPrefix()), "");
+        // It counts as set: another column does not ask the environment again.
+        setenv("LOGCONTPREFIX", "> ", 1);
+        chgExpansionCutoff(-1);
+        EXPECT_EQ(expandedAs("abcdef", recordOf(0, 0, {})), "abcd\nef");
+    });
+}
+
+TEST(ContinuationPrefix, exhaustedMemoryKeepsTheOldOne) {
+    expectChildPasses([] {
+        chgContinuationPrefix("> ");
+        {
+            const FailingAlloc fails(0);
+            EXPECT_EQ(chgContinuationPrefix("longer > "), 2);
+        }
+        EXPECT_EQ(shown(getContinuationPrefix()), "> ");
+    });
+}
+
+const Width negativeStarts[] = {
+    {"abc", -2, 3, 3}, {"\b", -5, 5, 2}, {"\t", -9, 8, 2}, {"ab\ncd", -3, 2, 2}, {"", -3, 0, 0},
+};
+
+TEST(VisualWidth, fromColumnsLeftOfTheScreen) {
+    expectChildPasses([] {
+        for (const Width &width : negativeStarts) {
+            setVisible(0);
+            EXPECT_EQ(visualWidth(width.text, width.start), width.plain) << width.text;
+            setVisible(1);
+            EXPECT_EQ(visualWidth(width.text, width.start), width.visible) << width.text;
         }
     });
 }

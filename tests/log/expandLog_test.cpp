@@ -3,6 +3,8 @@
    each case runs in a child. */
 #include "records.h"
 
+#include "support/failingAlloc.h"
+
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -309,6 +311,107 @@ TEST(ExpandCmpLog, nothingToExpandIsLeftAlone) {
     msg.expansion = expansion;
     expandCmpLog(&msg);
     EXPECT_EQ(msg.expansion, expansion);
+}
+
+TEST(ExpandLog, shortTimeHasALineFeedInItsLayout) {
+    withTexts({{0, "zero"}}, [] {
+        chgExpansionFmt("%T(%c)|");
+        EXPECT_EQ(expandedWith(PARSE_KEEP_TEXT, "4\x1c"
+                                                "05A0B1C prog f.c:40\x1d"),
+                  "Thu Jan  1 00:00:00 1970\n|");
+    });
+}
+
+TEST(ExpandLog, expansionStartedWhileOneRunsIsEmpty) {
+    withTexts(texts, [] {
+        EXPECT_EQ(expandedAs("[@message@]%N", recordOf(4, 0, {})), "[]prog");
+        EXPECT_EQ(expandedAs("%N", recordOf(4, 0, {})), "prog");
+    });
+}
+
+TEST(ExpandLog, lastResultStaysReadableAfterAFailedOne) {
+    withTexts(texts, [] {
+        std::string good = recordOf(4, 0, {}), noText = recordOf(9, 0, {}), bad = "text";
+        chgExpansionFmt("%N %M");
+        const char *last = expandLog(good.data());
+        ASSERT_STREQ(last, "prog plain");
+        EXPECT_EQ(expandLog(bad.data()), nullptr);
+        EXPECT_STREQ(last, "prog plain");
+        EXPECT_EQ(expandLog(noText.data()), nullptr);
+        EXPECT_STREQ(last, "prog plain");
+        EXPECT_EQ(expandedAs("overwritten by this %M(%r=", good), "(null)");
+        EXPECT_STREQ(last, "prog plain");
+        EXPECT_EQ(expandedAs("overwritten by this %M", recordOf(4, 0, {"one too many"})), "(null)");
+        EXPECT_STREQ(last, "prog plain");
+        // And the next one that succeeds is whole.
+        EXPECT_EQ(expandedAs("%N", good), "prog");
+    });
+}
+
+// Fields of every kind, and plain characters enough for blocks to grow in the middle of each.
+const std::string filler(130, '.');
+const std::string everyField =
+    "%P%T%T(%A%e%r%u%Z%n" + filler + ")%N%S%L%M%M(%r=,)%C" + filler + "\\\\n\\\\101@index@";
+
+std::string everyFieldExpanded(const std::string &record) {
+    return "* Tue Nov 14 16:39:09 2017Tuesday1404:39:09 PM5a0b1c2dUTC\n" + filler +
+           "progf.c40a: ba,b," + record.substr(0, record.size() - 1) + filler + "\nA2";
+}
+
+// After n granted allocations none is: the whole text, or null and the last result as it was.
+void expectWholeOrNothing(int n, int32_t cutoff, int enough) {
+    withTexts(texts, [=] {
+        std::string first = recordOf(4, 0, {}), record = recordOf(2, 2, {"a", "b"});
+        std::string expected = everyFieldExpanded(record);
+        chgExpansionFmt("%N");
+        const char *last = expandLog(first.data());
+        chgExpansionFmt(everyField.c_str());
+        chgExpansionCutoff(cutoff);
+        const char *text;
+        {
+            const FailingAlloc fails(n);
+            text = expandLog(record.data());
+        }
+        if (text == nullptr) {
+            EXPECT_STREQ(last, "prog") << n;
+        } else {
+            EXPECT_EQ(text, expected) << n;
+        }
+        if (n == 0 || n == enough) {
+            EXPECT_EQ(text != nullptr, n == enough);
+        }
+        EXPECT_EQ(expanded(record), expected) << n;
+    });
+}
+
+TEST(ExpandLog, exhaustedMemoryGivesTheWholeTextOrNothing) {
+    for (int n = 0; n <= 60; ++n)
+        expectWholeOrNothing(n, 0, 60);
+}
+
+TEST(ExpandLog, exhaustedMemoryInWrappingGivesTheWholeTextOrNothing) {
+    for (int n = 0; n <= 60; ++n)
+        expectWholeOrNothing(n, 100000, 60); // wrapped without a break
+}
+
+// The argument needs a larger block, what follows it does not: a text without the argument would
+// be easy to build.
+TEST(ExpandLog, exhaustedMemoryLeavesNoHole) {
+    for (int n = 0; n <= 20; ++n)
+        withTexts(texts, [n] {
+            const std::string argument(200, 'x');
+            std::string record = recordOf(1, 0, {argument});
+            chgExpansionFmt("%M");
+            const char *text;
+            {
+                const FailingAlloc fails(n);
+                text = expandLog(record.data());
+            }
+            if (text != nullptr) {
+                EXPECT_EQ(text, "call " + argument + " failed") << n;
+            }
+            EXPECT_FALSE(n == 20 && text == nullptr);
+        });
 }
 
 } // namespace

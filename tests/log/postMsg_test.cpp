@@ -3,6 +3,8 @@
    texts are compared. Settings are process-wide, so each case runs in a child. */
 #include "records.h"
 
+#include "support/failingAlloc.h"
+
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -266,6 +268,56 @@ TEST(Wrapping, agreesWithWrappingInPlace) {
                 << text;
         }
     });
+}
+
+TEST(Wrapping, blankInTheTailOfANarrowPrefixIsNoPlaceToBreak) {
+    expectChildPasses([] {
+        EXPECT_EQ(chgContinuationPrefix("\x01\x01\x01 >"), 2);
+        // Column 2, one more at the continuation point, then the blank and the ">": two are left.
+        EXPECT_EQ(wrapped(7, "abcdefghij"), "abcdefg\n\x01\x01\x01 >hi\n\x01\x01\x01 >j");
+    });
+}
+
+TEST(PostMsg, zeroBytesAreShownAndKept) {
+    expectChildPasses([] {
+        EXPECT_EQ(wrapped(9, std::string("a\0b", 3)), std::string("a\0b", 3));
+        setVisible(1);
+        EXPECT_EQ(wrapped(9, std::string("a\0b", 3)), "a<0>b");
+    });
+}
+
+// The content after n granted allocations: posted whole, or as it was and null.
+void expectPostedOrUnchanged(int n, int visible, int32_t cutoff, const std::string &expected) {
+    expectChildPasses([&] {
+        setVisible(visible);
+        chgExpansionCutoff(cutoff);
+        const std::string text(100, '\x01');
+        CharBuffer *buffer = bufferOf(text);
+        const char *result;
+        {
+            const FailingAlloc fails(n);
+            result = postMsg(buffer);
+        }
+        EXPECT_EQ(std::string(buffer->text, buffer->next), result == nullptr ? text : expected);
+        if (n == 0 || n == 30) {
+            EXPECT_EQ(result != nullptr, n == 30);
+        }
+        EXPECT_EQ(postMsg(nullptr), nullptr);
+        freeCharBuffer(buffer);
+    });
+}
+
+TEST(PostMsg, exhaustedMemoryLeavesTheContent) {
+    std::string shown, lines;
+    for (int i = 0; i < 100; ++i)
+        shown += "<1>";
+    for (size_t line = 0; line < 5; ++line)
+        lines += (line == 0 ? "" : "\n") + shown.substr(60 * line, 60);
+    for (int n = 0; n <= 30; ++n) {
+        expectPostedOrUnchanged(n, 1, 0, shown);
+        expectPostedOrUnchanged(n, 1, 60, lines);
+        expectPostedOrUnchanged(n, 0, 60, std::string(100, '\x01'));
+    }
 }
 
 } // namespace
