@@ -262,10 +262,10 @@ TEST(GetcmpLogFmt, whatHasNoPlaceIsNotHandedOver) {
     });
 }
 
-// The count of a file of the other byte order: half a GiB of offsets, of which the file has four.
+// The count of a file of the other byte order: 128 MiB of offsets, of which the file has four.
 TEST(GetcmpLogFmt, damagedCountTouchesNoMoreThanTheFileHas) {
     TempDir dir;
-    const std::string path = dir.write("f", "\x10\0\0\0\1\2\3\4%d\0\0"s);
+    const std::string path = dir.write("f", "\x04\0\0\0\1\2\3\4%d\0\0"s);
     expectChildPasses([&] {
         struct rusage before, after;
         getrusage(RUSAGE_SELF, &before);
