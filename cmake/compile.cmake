@@ -1,5 +1,8 @@
 # What every target is compiled with, and the warnings that are errors in our own code.
 
+set(CMAKE_C_FLAGS_RELEASE "-O2 -DNDEBUG")
+set(CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG")
+
 if(QN_I386)
   add_compile_options(-m32)
   add_link_options(-m32)

@@ -6,7 +6,6 @@ extern "C" const char *__lsan_default_suppressions() {
     return
         // The root and the format tables of an earlier loginit: callers may hold them.
         "leak:loadFormats\n"
-        // Its texts become part of the environment, which drops them when they are replaced.
         // A text of the environment that was replaced: getenv may have handed it out.
         "leak:setEnvVar\n";
 }
