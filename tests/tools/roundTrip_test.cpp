@@ -102,7 +102,8 @@ void writeLargeCatalogue(const std::string &path) {
     std::ofstream out(path);
     for (int each = 0; each < 20; ++each) {
         const std::string name = std::string("BIG") + static_cast<char>('A' + each);
-        out << "[[class]]\nname = \"" << name << "\"\nstart = " << 10000 + 1000 * each << "\npriority = 0\n";
+        out << "[[class]]\nname = \"" << name << "\"\nstart = " << 10000 + 1000 * each
+            << "\npriority = 0\n";
         for (int message = 1; message <= 1000; ++message)
             out << "[[class.message]]\nnumber = " << message << "\nsymbol = \"" << name << "_M"
                 << message
