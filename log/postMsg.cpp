@@ -9,12 +9,17 @@
 
 static constexpr int32_t VISIBLE_INCREMENT = 128;
 
-// The emptied work area; null when memory is exhausted.
-static CharBuffer *workArea(CharBuffer **slot) {
+// The emptied work area for what is made of the source; null when memory is exhausted. It grows by
+// parts of the source's length: by small steps, a long text would be moved again and again.
+static CharBuffer *workArea(CharBuffer **slot, const CharBuffer *source) {
+    constexpr ptrdiff_t STEPS = 8;
     if (*slot == nullptr)
         *slot = mkCharBuffer(VISIBLE_INCREMENT);
-    if (*slot != nullptr)
-        (*slot)->next = (*slot)->text;
+    if (*slot == nullptr)
+        return nullptr;
+    const ptrdiff_t part = (source->next - source->text) / STEPS;
+    (*slot)->increment = static_cast<uint32_t>(VISIBLE_INCREMENT + part);
+    (*slot)->next = (*slot)->text;
     return *slot;
 }
 
@@ -168,13 +173,13 @@ char *postMsg(CharBuffer *buffer) {
         return text;
     CharBuffer *result = buffer;
     if (own.visible != 0) {
-        CharBuffer *shown = workArea(&own.visBuf);
+        CharBuffer *shown = workArea(&own.visBuf, result);
         if (shown == nullptr || renderVisibly(shown, result) == nullptr)
             return nullptr;
         result = shown;
     }
     if (own.cutoff >= 1) {
-        CharBuffer *lines = workArea(&own.wrapBuf);
+        CharBuffer *lines = workArea(&own.wrapBuf, result);
         if (lines == nullptr || wrap(lines, result) == nullptr)
             return nullptr;
         result = lines;
