@@ -46,7 +46,12 @@ intptr_t lastArgument;
 std::vector<bool> handlers; // those under way: whether the alarm was for the model
 int ignoredAlarms;          // pending ones that the end of a suspension drops
 int64_t strayKillsExpected;
-std::vector<std::string> history;
+
+struct Step {
+    int64_t time;
+    const char *operation;
+};
+std::vector<Step> history;
 
 void foreignOne(int) {}
 void foreignTwo(int) {}
@@ -487,13 +492,14 @@ void compareList(const ListHeader &header, const PendingList &expected) {
     ASSERT_EQ(records.size(), expected.size());
     int64_t offset = 0;
     for (size_t i = 0; i < records.size(); ++i) {
-        offset += records[i]->increment;
-        EXPECT_EQ(offset, expected[i].offset) << "callout " << i;
-        EXPECT_EQ(records[i]->ID, expected[i].id) << "callout " << i;
-        EXPECT_EQ(records[i]->function, expected[i].function) << "callout " << i;
-        if (!isSilent(expected[i])) {
-            EXPECT_EQ(records[i]->argument, expected[i].argument) << "callout " << i;
-        }
+        const Callout &record = *records[i];
+        const Pending &pending = expected[i];
+        offset += record.increment;
+        if (offset != pending.offset || record.ID != pending.id ||
+            record.function != pending.function ||
+            (!isSilent(pending) && record.argument != pending.argument))
+            ADD_FAILURE() << "callout " << i << ": ID " << record.ID << " in " << offset
+                          << " seconds, expected " << pending.id << " in " << pending.offset;
     }
 }
 
@@ -523,7 +529,8 @@ void compare() {
 void tellHistory() {
     const size_t start = history.size() > 30 ? history.size() - 30 : 0;
     for (size_t i = start; i < history.size(); ++i)
-        printf("%s\n", history[i].c_str());
+        printf("step %zu, millisecond %lld: %s\n", i, static_cast<long long>(history[i].time),
+               history[i].operation);
 }
 
 void runSteps(int64_t granularityWanted, int steps) {
@@ -533,8 +540,7 @@ void runSteps(int64_t granularityWanted, int steps) {
     granularity = granularityWanted;
     for (int step = 0; step < steps && !testing::Test::HasFailure(); ++step) {
         const Operation &operation = chooseOperation();
-        history.push_back(std::to_string(step) + " at " + std::to_string(os->now) + ": " +
-                          operation.name);
+        history.push_back({os->now, operation.name});
         operation.perform();
         compare();
     }

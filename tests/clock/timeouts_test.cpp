@@ -1,24 +1,13 @@
 /* Queueing, cancelling, expiry, growth of the table and the sharing of SIGALRM, on the simulated
    system: every time is exact. */
 #include "clockCases.h"
+#include "support/failingAlloc.h"
 
 #include <cerrno>
 #include <climits>
 #include <csignal>
 #include <cstdlib>
 #include <thread>
-
-// An allocation that fails, for the one case that needs it.
-static bool memoryIsExhausted;
-extern "C" {
-void *__libc_malloc(size_t size) __attribute__((weak));
-void *__interceptor_malloc(size_t size) __attribute__((weak));
-void *malloc(size_t size) noexcept {
-    if (memoryIsExhausted)
-        return nullptr;
-    return __interceptor_malloc != nullptr ? __interceptor_malloc(size) : __libc_malloc(size);
-}
-}
 
 namespace {
 
@@ -708,12 +697,16 @@ SIMULATED(Table, growthOfABrokenListMovesWhatItReaches) {
     EXPECT_EQ(activeCallouts.count, 40);
 }
 
+template<typename Operation>
+auto withoutMemory(Operation operation) {
+    FailingAlloc exhausted;
+    return operation();
+}
+
 SIMULATED(Table, withoutMemoryTheClockStaysUnusable) {
     system.disposition = foreignHandler;
     clkTimeout(note, 1, 5);
-    memoryIsExhausted = true;
-    const int32_t result = clkinit(30);
-    memoryIsExhausted = false;
+    const int32_t result = withoutMemory([] { return clkinit(30); });
     EXPECT_EQ(result, -1);
     EXPECT_EQ(callouts, nullptr);
     EXPECT_EQ(maxcallouts, 20);
@@ -729,9 +722,7 @@ SIMULATED(Table, withoutMemoryTheClockStaysUnusable) {
 }
 
 SIMULATED(Table, withoutMemoryForTheFirstTableNothingCanBeQueued) {
-    memoryIsExhausted = true;
-    const uint32_t id = clkTimeout(note, 1, 5);
-    memoryIsExhausted = false;
+    const uint32_t id = withoutMemory([] { return clkTimeout(note, 1, 5); });
     EXPECT_EQ(id, NONE);
     EXPECT_EQ(maxcallouts, 0);
 }
