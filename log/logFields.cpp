@@ -6,10 +6,13 @@
 #include "../core/mkcopy.h"
 #include "../options/readInfo.h"
 
+#include <errno.h>
+#include <fcntl.h>
 #include <stddef.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <unistd.h>
 
 static_assert(sizeof(void *) != 4 || (offsetof(LogField, type) == 5 &&
                                       offsetof(LogField, second) == 8 && sizeof(LogField) == 12));
@@ -25,7 +28,7 @@ struct FileName {
 
 static FileName mapName;
 static FileName dictName;
-static FILE *mapFile; // both open, or both null
+static int mapFile = -1; // both open, or both not
 static FILE *dictFile;
 static LogFieldList **cache; // by message number; null while closed
 static uint32_t messageCount;
@@ -62,10 +65,51 @@ static bool ensureName(FileName *name, const char *file) {
 
 // ---- the open catalogue
 
-static void closeFile(FILE **stream) {
-    if (*stream != nullptr)
-        fclose(*stream);
-    *stream = nullptr;
+// The dictionary's file below its stream. Both files are read by position only: after a fork the
+// descriptors share their offsets with other processes, which move them even by exiting.
+struct PositionedFile {
+    int fd;
+    off_t position;
+};
+
+static PositionedFile dictionary;
+
+static ssize_t readPositioned(void *cookie, char *buffer, size_t size) {
+    PositionedFile *file = static_cast<PositionedFile *>(cookie);
+    const ssize_t count = pread(file->fd, buffer, size, file->position);
+    if (count > 0)
+        file->position += count;
+    return count;
+}
+
+static int seekPositioned(void *cookie, off64_t *offset, int whence) {
+    PositionedFile *file = static_cast<PositionedFile *>(cookie);
+    const off_t from = whence == SEEK_CUR ? file->position : 0;
+    if (whence == SEEK_END || *offset < -from) {
+        errno = EINVAL;
+        return -1;
+    }
+    *offset = file->position = from + *offset;
+    return 0;
+}
+
+static int closePositioned(void *cookie) {
+    return close(static_cast<PositionedFile *>(cookie)->fd);
+}
+
+static int openToRead(const char *path) {
+    return open(path, O_RDONLY | O_CLOEXEC);
+}
+
+static FILE *openDictionary(const char *path) {
+    dictionary = {openToRead(path), 0};
+    if (dictionary.fd < 0)
+        return nullptr;
+    FILE *stream =
+        fopencookie(&dictionary, "r", {readPositioned, nullptr, seekPositioned, closePositioned});
+    if (stream == nullptr)
+        close(dictionary.fd);
+    return stream;
 }
 
 static void freeList(LogFieldList *list) {
@@ -78,8 +122,12 @@ static void freeList(LogFieldList *list) {
 }
 
 void endDdMapLog(void) {
-    closeFile(&mapFile);
-    closeFile(&dictFile);
+    if (mapFile >= 0)
+        close(mapFile);
+    if (dictFile != nullptr)
+        fclose(dictFile);
+    mapFile = -1;
+    dictFile = nullptr;
     for (uint32_t i = 0; i < messageCount; ++i)
         freeList(cache[i]);
     free(cache);
@@ -90,8 +138,7 @@ void endDdMapLog(void) {
 // Reads the value of the index's record; false when it is cut short.
 static bool readValue(off_t record, uint32_t *value) {
     unsigned char bytes[DD_MAP_RECORD_SIZE];
-    if (fseeko(mapFile, record * DD_MAP_RECORD_SIZE, SEEK_SET) != 0 ||
-        fread(bytes, 1, sizeof bytes, mapFile) != sizeof bytes)
+    if (pread(mapFile, bytes, sizeof bytes, record * DD_MAP_RECORD_SIZE) != ssize_t{sizeof bytes})
         return false;
     *value = 0;
     for (size_t i = DD_MAP_VALUE_OFFSET; i < sizeof bytes; ++i)
@@ -116,8 +163,8 @@ static bool openCatalogue() {
         return true;
     if (!ensureName(&mapName, DD_MAP_FILE) || !ensureName(&dictName, DATA_DICT_FILE))
         return false;
-    mapFile = fopen(mapName.current, "r");
-    dictFile = mapFile == nullptr ? nullptr : fopen(dictName.current, "r");
+    mapFile = openToRead(mapName.current);
+    dictFile = mapFile < 0 ? nullptr : openDictionary(dictName.current);
     if (dictFile != nullptr && makeCache())
         return true;
     endDdMapLog();
@@ -127,7 +174,8 @@ static bool openCatalogue() {
 // Reads the message's dictionary line into the line buffer; null when there is none.
 static const char *readDictionary(uint32_t number) {
     uint32_t offset;
-    if (!readValue(off_t{number} + 1, &offset) ||
+    // Flushed: a line that was repaired in place is read anew.
+    if (!readValue(off_t{number} + 1, &offset) || fflush(dictFile) != 0 ||
         fseeko(dictFile, static_cast<off_t>(offset), SEEK_SET) != 0)
         return nullptr;
     ReadInfo saved;

@@ -8,7 +8,7 @@
 
    Lists, descriptors and names belong to the catalogue and are valid until endDdMapLog. The state
    is the process's, without locks: one thread at a time, and no signal handler. The line reader is
-   given back as it was found. */
+   given back as it was found. After a fork parent and child may both go on looking up. */
 #ifndef QUARNEL_LOG_LOGFIELDS_H
 #define QUARNEL_LOG_LOGFIELDS_H
 

@@ -8,6 +8,7 @@
 
 #include <cstring>
 #include <fcntl.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
@@ -401,6 +402,75 @@ TEST(LogFields, longLinesAreReadWhole) {
         const std::string name(5000, 'n');
         const Catalogue catalogue({"0\x1C" + name + ",D,1,2\x1Clast\x1C\x1D"});
         EXPECT_EQ(fieldsOf(0), name + "/0/D/1/2 last/1/S/0/0");
+    });
+}
+
+// The dictionary of two messages: message 0's line ends in the first 4096 bytes, message 1's
+// starts there and ends behind them, with that name.
+std::string straddlingDictionary(const std::string &name) {
+    const std::string filler = "0\x1Cone\x1C\x1D" + std::string(4000, '.') + "\n";
+    return filler + "1\x1C" + name + "\x1C\x1D\n";
+}
+
+TEST(LogFields, childThatExitsDoesNotMoveTheParentsPlace) {
+    expectChildPasses([] {
+        const Catalogue catalogue;
+        const std::string name(200, 'n'), dictionary = straddlingDictionary(name);
+        const uint32_t second = static_cast<uint32_t>(dictionary.find('\n') + 1);
+        catalogue.write(indexRecord(24) + indexRecord(0) + indexRecord(second),
+                        dictionary + std::string(20000, '.'));
+        ASSERT_EQ(fieldsOf(0), "one/0/S/0/0");
+        const pid_t child = fork();
+        if (child == 0)
+            exit(0); // with what a program does at its end: its streams are closed
+        int status = -1;
+        ASSERT_EQ(waitpid(child, &status, 0), child);
+        ASSERT_EQ(status, 0);
+        EXPECT_EQ(fieldsOf(1), name + "/0/S/0/0");
+    });
+}
+
+TEST(LogFields, parentAndChildReadSideBySide) {
+    expectChildPasses([] {
+        std::vector<std::string> lines;
+        for (int number = 0; number < 400; ++number)
+            lines.push_back(std::to_string(number) + "\x1C" + "field" + std::to_string(number) +
+                            "\x1C\x1D" + std::string(300, '.'));
+        const Catalogue catalogue(lines);
+        ASSERT_EQ(fieldsOf(0), "field0/0/S/0/0");
+        const pid_t child = fork();
+        int wrong = 0;
+        for (int number = 1; number < 400; ++number)
+            wrong += fieldsOf(number) != "field" + std::to_string(number) + "/0/S/0/0";
+        if (child == 0)
+            exit(wrong == 0 ? 0 : 1);
+        int status = -1;
+        ASSERT_EQ(waitpid(child, &status, 0), child);
+        EXPECT_EQ(status, 0);
+        EXPECT_EQ(wrong, 0);
+    });
+}
+
+TEST(LogFields, lineRepairedInPlaceIsRead) {
+    expectChildPasses([] {
+        const Catalogue catalogue({"0\x1Cone\x1C\x1D", "7\x1Ctwo\x1C\x1D"});
+        ASSERT_EQ(fieldsOf(0), "one/0/S/0/0");
+        ASSERT_EQ(fieldsOf(1), "none");
+        const int file = open(catalogue.dir().file("dataDictLog").c_str(), O_WRONLY);
+        ASSERT_EQ(pwrite(file, "1", 1, 8), 1);
+        close(file);
+        EXPECT_EQ(fieldsOf(1), "two/0/S/0/0");
+    });
+}
+
+TEST(LogFields, filesAreClosedOnExec) {
+    expectChildPasses([] {
+        const Catalogue catalogue({"0\x1Cone\x1C\x1D"});
+        const int first = open("/dev/null", O_RDONLY);
+        close(first);
+        ASSERT_EQ(fieldsOf(0), "one/0/S/0/0");
+        for (int fd = first; fd < first + 2; ++fd)
+            EXPECT_EQ(fcntl(fd, F_GETFD), FD_CLOEXEC);
     });
 }
 
