@@ -3,12 +3,17 @@
 #ifndef QUARNEL_LOG_CATALOGUE_H
 #define QUARNEL_LOG_CATALOGUE_H
 
+#include <stdbool.h>
 #include <stdint.h>
 #include <stdio.h>
 
 #include "../buffers/charBuffer.h"
 
 #define CATALOGUE_CLASS_FILE "systemLog.h"
+
+/* Whether the start classes are being read. A report of that read may be shown expanded, with the
+ * symbol of the report itself: lookups made meanwhile must not read anything. */
+extern bool readingStartClasses;
 
 /* The value of "LOGROOT", or "/usr/spool/log" where it is unset. */
 const char *catalogueRoot(void);

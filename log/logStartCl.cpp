@@ -16,6 +16,7 @@ static constexpr const char *END_NAME = "_MAX_LOGMSG";
 static constexpr const char *START_SUFFIX = "MSG_START";
 
 int32_t logClassReadCnt;
+bool readingStartClasses;
 
 static uint32_t classTable; // 0: none
 static CharBuffer *defaultPath;
@@ -66,7 +67,7 @@ static void readClass(void *, char **words, int32_t) {
         appendClass(classNameIn(words[1]), start);
 }
 
-uint32_t logReadStartClasses(const char *path) {
+static uint32_t readStartClasses(const char *path) {
     logClassReadCnt = static_cast<int32_t>(static_cast<uint32_t>(logClassReadCnt) + 1);
     dropTable();
     if (path == nullptr)
@@ -85,8 +86,17 @@ uint32_t logReadStartClasses(const char *path) {
     return classTable;
 }
 
+uint32_t logReadStartClasses(const char *path) {
+    readingStartClasses = true;
+    const uint32_t table = readStartClasses(path);
+    readingStartClasses = false;
+    return table;
+}
+
 static bool haveTable() {
-    return classTable != 0 || logReadStartClasses(nullptr) != 0;
+    if (classTable == 0 && !readingStartClasses)
+        logReadStartClasses(nullptr);
+    return classTable != 0;
 }
 
 // The position of the first record of that name, -1 when there is none.

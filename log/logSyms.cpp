@@ -27,6 +27,7 @@ static CharBuffer *headerPath;
 
 static uint32_t symbolTable; // 0: none
 static SymbolIndex symbolIndex;
+static bool readingSymbols; // all headers: see haveSymbols
 
 // ---- the table
 
@@ -38,8 +39,10 @@ static LogSymbol *symbols() {
     return static_cast<LogSymbol *>(arrDescPtr[symbolTable].storage);
 }
 
+// A report made while the catalogue is read may be shown expanded, with the symbol of the report
+// itself. Such a lookup takes what there is: reading everything once more would double the table.
 static bool haveSymbols() {
-    if (symbolTable == 0)
+    if (symbolTable == 0 && !readingSymbols && !readingStartClasses)
         logReadSymbols(nullptr);
     return symbolTable != 0;
 }
@@ -196,7 +199,9 @@ int32_t logReadSymbols(const char *dir) {
     DIR *stream = currentDir == nullptr ? nullptr : opendir(currentDir);
     if (stream == nullptr)
         return 0;
+    readingSymbols = true;
     const int32_t total = readHeaders(stream);
+    readingSymbols = false;
     closedir(stream);
     logSortSymbols();
     return total;
