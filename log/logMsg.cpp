@@ -33,6 +33,7 @@ struct ClientContext {
     char *formatPath;         // owned copy
     CharBuffer *header;       // the record's header and compressed format: the second pass's format
     CharBuffer *record;       // the record built last
+    CharBuffer *spare;        // the next one: the last may be an argument, and outlives a failure
     CharBuffer *errorText;    // of logperror
     CharBuffer *sysErrorText; // of logSysError: apart, as its call may report through logperror
     CharBuffer *relog;        // the record that relogCmpMsg sent last
@@ -72,21 +73,23 @@ static const char *rootOrDefault(const char *root) {
     return root == nullptr ? "/usr/spool/log" : root;
 }
 
-// Kept: the root and the tables of before are not released, callers may hold them.
-static bool loadFormats(const char *root) {
-    client.root = logRoot = mkcopy(root);
+// Takes the root over. Kept: the root and the tables of before are not released, callers may hold
+// them.
+static bool loadFormats(char *root) {
+    client.root = logRoot = root;
     freecopy(client.formatPath);
-    client.formatPath = pathOf(root, "cmpLogFmt");
+    client.formatPath = pathOf(orEmpty(root), "cmpLogFmt");
     fmtMax = getcmpLogFmt(client.formatPath, &FmtTbl, &Fmt);
     return fmtMax >= 1;
 }
 
 int32_t loginit(const char *name, uint32_t destination, int32_t priority, const char *root) {
+    // Copied first: it may be the name that the next line releases.
+    char *const inForce = mkcopy(rootOrDefault(root));
     setLogProcName(name);
     _destination = destination;
     _priority = priority;
-    const char *const inForce = rootOrDefault(root);
-    if (!loadFormats(inForce))
+    if (!loadFormats(inForce) || inForce == nullptr)
         return -1;
     return openLogPipe(pathOf(inForce, "logpipe")) ? 0 : -1;
 }
@@ -116,20 +119,30 @@ char *getCmpFmt(int32_t number) {
     return number < 0 || number >= fmtMax ? nullptr : Fmt + FmtTbl[number];
 }
 
+// The record built becomes the last one; where it failed to travel, the other way round.
+static void exchangeRecords() {
+    CharBuffer *const built = client.spare;
+    client.spare = client.record;
+    client.record = built;
+}
+
 char *vfmtEvent(int32_t number, uint32_t destination, int32_t priority, const char *file,
                 int32_t line, va_list args) {
     const char *const compressed = getCmpFmt(number);
     if (compressed == nullptr)
         return nullptr;
     CharBuffer *const header = emptied(&client.header);
-    CharBuffer *const record = emptied(&client.record);
+    CharBuffer *const record = emptied(&client.spare);
     const unsigned long mask = destination;
     const unsigned long now = static_cast<uint32_t>(time(nullptr));
     if (fmtCharBuffer(header, "%.8lX%d %c%1d%.8lX%s %s:%d%s", mask, number, FIELD_SEPARATOR,
                       priority, now, orEmpty(logProcName), orEmpty(file), line, compressed) < 0)
         return nullptr;
     // Kept: the whole header is the format, so that a "%" in a name is a conversion too.
-    return vfmtCharBuffer(record, header->text, args) < 0 ? nullptr : record->text;
+    if (vfmtCharBuffer(record, header->text, args) < 0)
+        return nullptr;
+    exchangeRecords();
+    return record->text;
 }
 
 char *fmtEvent(int32_t number, uint32_t destination, int32_t priority, const char *file,
@@ -141,15 +154,31 @@ char *fmtEvent(int32_t number, uint32_t destination, int32_t priority, const cha
     return record;
 }
 
-// Sets the record aside meanwhile: an expansion that logs an error of its own builds another one.
-static void showRecord() {
-    CharBuffer *const shown = client.record;
-    client.record = nullptr;
-    const char *const expansion = expandLog(shown->text + DESTINATION_WIDTH);
+// Sets the records aside while the library logs an error of its own within a log call: they are
+// the call's arguments or its result.
+class RecordsAside {
+  public:
+    RecordsAside() : record_(client.record), spare_(client.spare) {
+        client.record = client.spare = nullptr;
+    }
+    ~RecordsAside() {
+        freeCharBuffer(client.record);
+        freeCharBuffer(client.spare);
+        client.record = record_;
+        client.spare = spare_;
+    }
+    RecordsAside(const RecordsAside &) = delete;
+    RecordsAside &operator=(const RecordsAside &) = delete;
+
+  private:
+    CharBuffer *record_, *spare_;
+};
+
+static void showRecord(char *record) {
+    const RecordsAside aside;
+    const char *const expansion = expandLog(record + DESTINATION_WIDTH);
     if (expansion != nullptr)
         fputs(expansion, stderr);
-    freeCharBuffer(client.record);
-    client.record = shown;
 }
 
 char *vlogEvent(int32_t number, uint32_t destination, int32_t priority, const char *file,
@@ -159,9 +188,11 @@ char *vlogEvent(int32_t number, uint32_t destination, int32_t priority, const ch
     if (record == nullptr)
         return nullptr;
     if ((destination & TO_STANDARD_ERROR) != 0)
-        showRecord();
-    if (destination != TO_STANDARD_ERROR && !sendLogRecord(record))
+        showRecord(record);
+    if (destination != TO_STANDARD_ERROR && !sendLogRecord(record)) {
+        exchangeRecords(); // the last result's again, which the next call must not build in
         return nullptr;
+    }
     errno = error;
     return record + DESTINATION_WIDTH;
 }
@@ -181,6 +212,7 @@ static void reportMissingTable(int32_t segment) {
     if (client.tableReported)
         return;
     client.tableReported = true;
+    const RecordsAside aside;
     // Kept: readers of the log know the report by this position.
     logperror(_destination | TO_DAEMON, 2, "../logMsg", 191,
               "\n\tattaching logging destination/priority table"

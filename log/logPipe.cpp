@@ -16,8 +16,11 @@ static char *pipePath; // owned; null before the first opening
 static bool reopen() {
     if (pipeEnd.fd >= 0)
         close(pipeEnd.fd);
-    errno = ENOENT; // what a missing path fails with
-    pipeEnd.fd = pipePath == nullptr ? -1 : open(pipePath, O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+    pipeEnd.fd = -1;
+    if (pipePath == nullptr)
+        errno = ENOENT; // as a missing path does
+    else
+        pipeEnd.fd = open(pipePath, O_WRONLY | O_NONBLOCK | O_CLOEXEC);
     return pipeEnd.fd >= 0;
 }
 

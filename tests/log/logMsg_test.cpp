@@ -109,6 +109,52 @@ TEST(LogEvent, badNumberLeavesTheLastRecordReadable) {
     });
 }
 
+TEST(LogEvent, failuresLeaveTheLastRecordReadable) {
+    withClient([](ClientRoot &root) {
+        const char *const body = logEvent(PLAIN, 1, 0, "a", 7);
+        setLogProcName("%2147483647d%2147483647d");
+        EXPECT_EQ(logEvent(PLAIN, 1, 0, "b", 8, 1, 2), nullptr) << "not formatted";
+        setLogProcName("tst");
+        root.closeReader();
+        for (int line = 8; line < 11; ++line)
+            EXPECT_EQ(logEvent(PLAIN, 1, 0, "b", line), nullptr) << "not sent";
+        EXPECT_STREQ(body, "12 \x1C"
+                           "05F000000tst a:7");
+    });
+}
+
+TEST(LogEvent, lastRecordMayBeAnArgument) {
+    withClient([](ClientRoot &root) {
+        const char *body = logEvent(PLAIN, 1, 0, "a", 7);
+        body = logEvent(NUMBER_TEXT, 1, 0, "b", 8, 1, body);
+        EXPECT_STREQ(body, "13 \x1C"
+                           "05F000000tst b:8\x1C"
+                           "1\x1C"
+                           "12 \x1C"
+                           "05F000000tst a:7\x1D");
+        EXPECT_STREQ(logEvent(PLAIN, 1, 0, body, 9), "12 \x1C"
+                                                     "05F000000tst 13 \x1C"
+                                                     "05F000000tst b:8\x1C"
+                                                     "1\x1C"
+                                                     "12 \x1C"
+                                                     "05F000000tst a:7\x1D:9");
+        root.received();
+    });
+}
+
+// Between the two the missing table is reported, which is a record of its own.
+TEST(LogMsg, lastRecordMayBeAnArgumentOfTheCallThatReportsTheTable) {
+    withClient([](ClientRoot &root) {
+        const char *const body = logEvent(PLAIN, 1, 0, "a", 7);
+        EXPECT_STREQ(logMsg(NUMBER_TEXT, "b", 8, 1, body), "13 \x1C"
+                                                           "05F000000tst b:8\x1C"
+                                                           "1\x1C"
+                                                           "12 \x1C"
+                                                           "05F000000tst a:7\x1D");
+        EXPECT_NE(root.received().find("../logMsg:191"), std::string::npos);
+    });
+}
+
 TEST(LogEvent, unformattableRecordIsNoneAndNothingIsSent) {
     withClient([](ClientRoot &root) {
         EXPECT_NE(logEvent(PLAIN, 1, 0, "a", 6), nullptr);
@@ -336,6 +382,24 @@ TEST(Loginit, takesTheRootAndNameInForce) {
         EXPECT_EQ(loginit(logProcName, 1, 0, logRoot), 0);
         EXPECT_STREQ(logProcName, "tst");
         EXPECT_EQ(logRoot, root.path());
+    });
+}
+
+TEST(Loginit, takesTheNameOfBeforeAsRoot) {
+    withClient([](ClientRoot &root) {
+        setLogProcName(root.path().c_str());
+        const char *const before = setLogProcName("tst");
+        EXPECT_EQ(loginit("new", 1, 0, before), 0);
+        EXPECT_EQ(logRoot, root.path());
+        EXPECT_NE(logEvent(PLAIN, 1, 0, "a", 7), nullptr);
+    });
+}
+
+TEST(Loginit, successLeavesErrno) {
+    withClient([](ClientRoot &root) {
+        errno = 77;
+        EXPECT_EQ(loginit("tst", 1, 0, root.path().c_str()), 0);
+        EXPECT_EQ(errno, 77);
     });
 }
 
@@ -804,7 +868,8 @@ TEST(ExhaustedMemory, recordThatCannotBeBuiltIsNone) {
 TEST(ExhaustedMemory, errorWhoseTextCannotBeFormattedHasAnEmptyOne) {
     withClient([](ClientRoot &root) {
         errno = 1;
-        logperror(1, 0, "a", 7, "first");
+        for (int record = 0; record < 2; ++record) // both of its buffers are there then
+            logperror(1, 0, "a", 7, "first");
         root.received();
         const std::string text(5000, 't');
         {
