@@ -47,7 +47,8 @@ extern "C" {
 
 /* Sets the path of the index (or of the dictionary) for the next time the catalogue is opened; null
    leaves it unset, which is then the file of the usual name in the log root. Returns the path that
-   was set before, null when none was, the library's until the next call of the same function. */
+   was set before, null when none was, the library's until the next call of the same function. Where
+   memory is exhausted nothing changes. */
 QN_API char *setDdMapLogName(const char *name);
 QN_API char *setDataDictLogName(const char *name);
 

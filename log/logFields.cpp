@@ -39,6 +39,8 @@ static CharBuffer *line;
 static char *setName(FileName *name, const char *path) {
     // Copied first: it may be the previous name.
     char *copy = mkcopy(path);
+    if (copy == nullptr && path != nullptr)
+        return name->previous;
     freecopy(name->previous);
     name->previous = name->current;
     name->current = copy;
@@ -57,9 +59,11 @@ char *setDataDictLogName(const char *name) {
 static bool ensureName(FileName *name, const char *file) {
     if (name->current != nullptr)
         return true;
-    CharBuffer *path = nullptr;
-    setName(name, formatAnew(&path, "%s/%s", catalogueRoot(), file));
-    freeCharBuffer(path);
+    CharBuffer *buffer = nullptr;
+    const char *path = formatAnew(&buffer, "%s/%s", catalogueRoot(), file);
+    if (path != nullptr)
+        setName(name, path);
+    freeCharBuffer(buffer);
     return name->current != nullptr;
 }
 

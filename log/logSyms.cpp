@@ -69,11 +69,12 @@ void logFreeSymbols(void) {
 
 // ---- the directory
 
-char *logSetHeaderDirName(const char *dir) {
+// False, nothing changed, for null and when memory is exhausted.
+static bool changeDir(const char *dir) {
     // Copied before anything is released: it may be one of the two names.
     char *copy = mkcopy(dir);
     if (copy == nullptr)
-        return previousDir;
+        return false;
     freecopy(previousDir);
     previousDir = currentDir;
     currentDir = copy;
@@ -82,6 +83,11 @@ char *logSetHeaderDirName(const char *dir) {
     const char *path = formatAnew(&classPath, "%s/%s", currentDir, CATALOGUE_CLASS_FILE);
     if (path != nullptr)
         logReadStartClasses(path);
+    return true;
+}
+
+char *logSetHeaderDirName(const char *dir) {
+    changeDir(dir);
     return previousDir;
 }
 
@@ -191,9 +197,9 @@ static int32_t readHeaders(DIR *dir) {
 }
 
 int32_t logReadSymbols(const char *dir) {
-    if (dir != nullptr)
-        logSetHeaderDirName(dir);
-    else if (currentDir == nullptr)
+    if (dir != nullptr && !changeDir(dir))
+        return 0;
+    if (currentDir == nullptr)
         setDefaultDir();
     logFreeSymbols();
     DIR *stream = currentDir == nullptr ? nullptr : opendir(currentDir);

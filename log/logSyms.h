@@ -42,21 +42,21 @@ QN_API extern int32_t logSymsReadCnt;
 
 /* Makes the directory the current one and reads the start classes from its "systemLog.h" (a failure
    is reported there). Another directory than the current one drops all symbols. Returns the name
-   that was current before, the library's until the next call. Null changes nothing and returns the
-   name kept from the call before. */
+   that was current before, the library's until the next call. Null, and exhausted memory,
+   change nothing and return the name kept from the call before. */
 QN_API char *logSetHeaderDirName(const char *dir);
 
 /* The current directory's name, the library's; null when none was set. */
 QN_API char *logGetHeaderDirName(void);
 
 /* Appends the symbols of one header to the table and returns how many. 0 when the file cannot be
-   opened, which is reported through logperror. Lines that are no definition of a message are passed
-   over. The table is not sorted: see logSortSymbols. */
+   opened, which is reported through logperror, and for null, which is not. Lines that are no
+   definition of a message are passed over. The table is not sorted: see logSortSymbols. */
 QN_API int32_t logReadHeader(const char *path);
 
 /* Reads all headers of the directory, after making it the current one, or of the current one for
    null, in place of the symbols there were. Returns the number of symbols, 0 when the directory
-   cannot be read. */
+   cannot be read and, nothing changed, when memory for its name is exhausted. */
 QN_API int32_t logReadSymbols(const char *dir);
 
 /* Sorts by name, bytewise, then by absolute number. logFindDefineName searches by that order. */

@@ -5,6 +5,7 @@
 #include "log/dataDict.h"
 
 #include "catalogueFixture.h"
+#include "support/failingAlloc.h"
 
 #include <cstring>
 #include <fcntl.h>
@@ -313,6 +314,18 @@ TEST(LogFields, settersGiveBackTheNameBefore) {
         EXPECT_STREQ(setDdMapLogName("three"), "two");
         EXPECT_EQ(setDataDictLogName("four"), nullptr);
         EXPECT_STREQ(setDataDictLogName("five"), "four");
+    });
+}
+
+TEST(LogFields, settersWithoutMemoryChangeNothing) {
+    expectChildPasses([] {
+        setDdMapLogName("a");
+        setDdMapLogName("b");
+        {
+            const FailingAlloc none;
+            EXPECT_STREQ(setDdMapLogName("c"), "a");
+        }
+        EXPECT_STREQ(setDdMapLogName("d"), "b");
     });
 }
 

@@ -4,6 +4,7 @@
 #include "log/logStartCl.h"
 
 #include "catalogueFixture.h"
+#include "support/failingAlloc.h"
 
 #include <array>
 #include <chrono>
@@ -624,6 +625,28 @@ TEST(LogSyms, readsCloseTheirFiles) {
         for (int i = 0; i < 5; ++i)
             logReadSymbols(dir.path());
         EXPECT_EQ(openDescriptors(), before);
+    });
+}
+
+TEST(LogSyms, directoryWithoutMemoryForItsNameReadsNothingAndChangesNothing) {
+    expectChildPasses([] {
+        const TempDir dir, other;
+        dir.write("systemLog.h", "#define _NETMSG_START 5\n#define __MAX_LOGMSG 20\n");
+        dir.write("logNET.h", "#define NET_DOWN logNET(3)\n");
+        ASSERT_EQ(logReadSymbols(dir.path().c_str()), 1);
+        {
+            const FailingAlloc none;
+            EXPECT_EQ(logReadSymbols(other.path().c_str()), 0);
+        }
+        EXPECT_EQ(logGetHeaderDirName(), dir.path());
+        EXPECT_STREQ(logAbsIndexToSymbol(7), "NET_DOWN");
+    });
+}
+
+TEST(LogSyms, headerWithoutPathIsNotReported) {
+    expectChildPasses([] {
+        EXPECT_EQ(logReadHeader(nullptr), 0);
+        EXPECT_TRUE(reports.empty());
     });
 }
 
