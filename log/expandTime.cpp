@@ -165,17 +165,21 @@ static void putTimeDirective(TextOut &out, const LogMsg *msg, char letter) {
         putChar(out, letter);
 }
 
-static void appendCtime(TextOut &out, const LogMsg *msg, bool withLineFeed) {
-    struct tm tm = msg->tm;
-    // A record that was kept after a short time has no broken-down time.
-    if (tm.tm_mday == 0 && !readLocalTime(msg->time, &tm))
-        return;
+static void appendAsctime(TextOut &out, const struct tm &tm, bool withLineFeed) {
     char text[CTIME_SIZE];
     if (asctime_r(&tm, text) == nullptr)
         return;
     if (!withLineFeed)
         *strchrnul(text, '\n') = '\0';
     putText(out, text);
+}
+
+static void appendCtime(TextOut &out, const LogMsg *msg, bool withLineFeed) {
+    struct tm tm = msg->tm;
+    // A record that was kept after a short time has no broken-down time.
+    if (tm.tm_mday == 0 && !readLocalTime(msg->time, &tm))
+        return;
+    appendAsctime(out, tm, withLineFeed);
 }
 
 static void appendLayout(TextOut &out, const LogMsg *msg, const char *layout, const char *end) {
@@ -191,6 +195,14 @@ static void appendLayout(TextOut &out, const LogMsg *msg, const char *layout, co
 int putCtime(CharBuffer *buffer, const LogMsg *msg, int withLineFeed) {
     TextOut out = {buffer, false};
     appendCtime(out, msg, withLineFeed != 0);
+    return out.failed ? 0 : 1;
+}
+
+int putCtimeOfSeconds(CharBuffer *buffer, int32_t seconds) {
+    TextOut out = {buffer, false};
+    struct tm tm;
+    if (readLocalTime(seconds, &tm))
+        appendAsctime(out, tm, false);
     return out.failed ? 0 : 1;
 }
 

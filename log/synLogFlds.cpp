@@ -8,38 +8,36 @@
 #include "logSyms.h"
 #include "priorityMark.h"
 #include "synFieldNames.h"
+#include "textOut.h"
 
 #include <stddef.h>
 #include <string.h>
 
 // What the fields of one template are filled in from.
 struct Filling {
-    CharBuffer *out;
+    TextOut &out;
     LogMsg *msg;
     const LogSymbol *symbol; // of the record's index; null when it has none
     const char *key;
 };
 
-static void putSpan(CharBuffer *buffer, const char *start, const char *end) {
-    for (; start < end; ++start)
-        fputCharBuffer(buffer, *start);
+static void putQuotedIfNeeded(TextOut &out, const char *text) {
+    if (text != nullptr && strpbrk(text, " \t\"") != nullptr)
+        noteAppend(out, cvtToQuotedStr(out.buffer, text) != nullptr);
+    else
+        putText(out, text);
 }
 
-static void putQuotedIfNeeded(CharBuffer *buffer, const char *text) {
-    if (text == nullptr)
-        return;
-    if (strpbrk(text, " \t\"") != nullptr)
-        cvtToQuotedStr(buffer, text);
-    else
-        putStrCharBuffer(buffer, text);
+static void putNumber(const Filling &filling, int number) {
+    noteAppend(filling.out, fmtCharBuffer(filling.out.buffer, "%d", number) >= 0);
 }
 
 // Fields that stand alone.
 
 static void putQuotedTime(const Filling &filling) {
-    fputCharBuffer(filling.out, '"');
-    putCtime(filling.out, filling.msg, 0);
-    fputCharBuffer(filling.out, '"');
+    putChar(filling.out, '"');
+    noteAppend(filling.out, putCtimeOfSeconds(filling.out.buffer, filling.msg->time) != 0);
+    putChar(filling.out, '"');
 }
 
 static void putExpansion(const Filling &filling) {
@@ -51,33 +49,36 @@ static void putExpansion(const Filling &filling) {
 static void putSymbol(const Filling &filling, SynFieldKind kind) {
     const LogSymbol *symbol = filling.symbol;
     if (kind == SynFieldKind::CLASS_INDEX)
-        fmtCharBuffer(filling.out, "%u", symbol == nullptr ? 0 : symbol->relIndex);
+        noteAppend(filling.out, fmtCharBuffer(filling.out.buffer, "%u",
+                                              symbol == nullptr ? 0 : symbol->relIndex) >= 0);
     else if (kind == SynFieldKind::CLASS)
-        putStrCharBuffer(filling.out, symbol == nullptr ? "<UNDEF-CLASS>" : symbol->className);
+        putText(filling.out, symbol == nullptr ? "<UNDEF-CLASS>" : symbol->className);
     else
-        putStrCharBuffer(filling.out, symbol == nullptr ? "<UNDEF>" : symbol->name);
+        putText(filling.out, symbol == nullptr ? "<UNDEF>" : symbol->name);
 }
 
 static void putValue(const Filling &filling, SynFieldKind kind) {
     const LogMsg *msg = filling.msg;
     switch (kind) {
     case SynFieldKind::INDEX:
-        fmtCharBuffer(filling.out, "%d", msg->index);
+        putNumber(filling, msg->index);
         break;
     case SynFieldKind::PRIORITY:
-        fmtCharBuffer(filling.out, "\"%s\"", priorityMark(msg->priority));
+        putChar(filling.out, '"');
+        putText(filling.out, priorityMark(msg->priority));
+        putChar(filling.out, '"');
         break;
     case SynFieldKind::TIME:
         putQuotedTime(filling);
         break;
     case SynFieldKind::PROGRAM:
-        putStrCharBuffer(filling.out, msg->producer);
+        putText(filling.out, msg->producer);
         break;
     case SynFieldKind::FILE:
-        putStrCharBuffer(filling.out, msg->file);
+        putText(filling.out, msg->file);
         break;
     case SynFieldKind::LINE:
-        fmtCharBuffer(filling.out, "%d", msg->line);
+        putNumber(filling, msg->line);
         break;
     case SynFieldKind::MESSAGE:
         putExpansion(filling);
@@ -106,7 +107,7 @@ static const char *putTimePart(const Filling &filling, const char *start, const 
     const SynTimePart *part = findSynTimePart(dot + 1, end);
     if (part == nullptr)
         return leave(filling, start, end);
-    fmtCharBuffer(filling.out, "%d", part->value(filling.msg->tm));
+    putNumber(filling, part->value(filling.msg->tm));
     return end;
 }
 
@@ -158,7 +159,7 @@ static void fillIn(const Filling &filling, const char *text) {
         if (*text == '@') {
             const SynField field = findSynField(text);
             if (field.end == nullptr) {
-                putStrCharBuffer(filling.out, text);
+                putText(filling.out, text);
                 break;
             }
             text = putField(filling, text, field);
@@ -166,7 +167,7 @@ static void fillIn(const Filling &filling, const char *text) {
         }
         if (*text == '\\' && *++text == '\0')
             break;
-        fputCharBuffer(filling.out, *text++);
+        putChar(filling.out, *text++);
     }
 }
 
@@ -179,8 +180,9 @@ char *translateSynFields(CharBuffer *buffer, const char *text, LogMsg *msg, cons
     char *result = nullptr;
     if (ownText != nullptr && (ownKey != nullptr || key == nullptr)) {
         const LogSymbol *symbol = msg == nullptr ? nullptr : logFindAbsIndex(msg->index);
-        fillIn({buffer, msg, symbol, ownKey}, ownText);
-        result = putStrCharBuffer(buffer, nullptr);
+        TextOut out = {buffer, false};
+        fillIn({out, msg, symbol, ownKey}, ownText);
+        result = finishText(out);
     }
     freecopy(ownKey);
     freecopy(ownText);
@@ -190,19 +192,21 @@ char *translateSynFields(CharBuffer *buffer, const char *text, LogMsg *msg, cons
 char *cvtToQuotedStr(CharBuffer *buffer, const char *text) {
     if (buffer == nullptr || text == nullptr)
         return buffer == nullptr ? nullptr : buffer->text;
-    fputCharBuffer(buffer, '"');
+    TextOut out = {buffer, false};
+    putChar(out, '"');
     for (; *text != '\0'; ++text) {
         if (*text == '"' || *text == '\\')
-            fputCharBuffer(buffer, '\\');
-        fputCharBuffer(buffer, *text);
+            putChar(out, '\\');
+        putChar(out, *text);
     }
-    fputCharBuffer(buffer, '"');
-    return putStrCharBuffer(buffer, nullptr);
+    putChar(out, '"');
+    return finishText(out);
 }
 
 char *dedoublequoteStr(CharBuffer *buffer, const char *text) {
     if (buffer == nullptr || text == nullptr)
         return buffer == nullptr ? nullptr : buffer->text;
+    TextOut out = {buffer, false};
     for (; *text != '\0'; ++text) {
         if (*text == '"')
             continue;
@@ -212,7 +216,7 @@ char *dedoublequoteStr(CharBuffer *buffer, const char *text) {
             if (text[1] == '"' || text[1] == '\\')
                 ++text;
         }
-        fputCharBuffer(buffer, *text);
+        putChar(out, *text);
     }
-    return putStrCharBuffer(buffer, nullptr);
+    return finishText(out);
 }

@@ -18,6 +18,8 @@ struct Check {
 
 // The message of the last check, emptied by the next.
 static CharBuffer *lastError;
+// The message where there is no memory for one.
+static char noMemory[] = "Invalid synthetic field (out of memory)";
 
 static CharBuffer *emptyError() {
     if (lastError == nullptr)
@@ -115,13 +117,13 @@ int decodeSynField(int32_t index, const char *text, char **error, char **next, i
     if (text == nullptr || next == nullptr)
         return 0;
     *next = const_cast<char *>(text);
-    if (*text != '@' || buffer == nullptr)
+    if (*text != '@')
         return 0;
     const char *end = checkField({index, text, buffer}, keyAllowed);
     if (end != nullptr)
         *next = const_cast<char *>(end);
     else if (error != nullptr)
-        *error = buffer->text;
+        *error = buffer != nullptr && buffer->next > buffer->text ? buffer->text : noMemory;
     return end != nullptr ? 1 : 0;
 }
 

@@ -5,6 +5,7 @@
 #include "log/synLogFlds.h"
 
 #include "records.h"
+#include "support/failingAlloc.h"
 
 #include <gtest/gtest.h>
 
@@ -140,6 +141,16 @@ TEST(Translate, timeParts) {
     withCatalogue([] {
         const Parsed msg = parsed(recordOf(7, 2, {}, "00000000"));
         EXPECT_EQ(translated("@time@.mon", msg.get()), "1");
+    });
+}
+
+TEST(Translate, timeIsThatOfTheSecondsAndItsPartsAreOfTheBrokenDownTime) {
+    withCatalogue([] {
+        const Parsed msg = parsed(recordOf(7, 2, {}));
+        msg->tm.tm_mon = 0;
+        EXPECT_EQ(translated("@time@ @time@.mon", msg.get()), "\"Tue Nov 14 16:39:09 2017\" 1");
+        msg->time += 60;
+        EXPECT_EQ(translated("@t@ @t@.min", msg.get()), "\"Tue Nov 14 16:40:09 2017\" 39");
     });
 }
 
@@ -458,6 +469,72 @@ TEST(Decode, needsAnAtSignAndASlot) {
     EXPECT_EQ(error, nullptr);
     EXPECT_EQ(next, stale);
     EXPECT_EQ(decodeSynField(7, "", &error, &next, 1), 0);
+}
+
+// Exhausted memory.
+
+// What the action gives, with ever more memory; it must be null or whole, and both must be seen.
+void expectNullOrWhole(const std::function<char *(CharBuffer *)> &action,
+                       const std::string &whole) {
+    int failures = 0;
+    std::string got;
+    for (int granted = 0; granted < 40 && got.empty(); ++granted) {
+        const Buffer buffer(mkCharBuffer(4)); // grows often
+        const char *text;
+        {
+            const FailingAlloc few(granted);
+            text = action(buffer.get());
+        }
+        if (text == nullptr)
+            ++failures;
+        else
+            got = text;
+    }
+    EXPECT_EQ(got, whole);
+    EXPECT_GE(failures, 3);
+}
+
+TEST(ExhaustedMemory, templateIsFilledInWholeOrNotAtAll) {
+    withCatalogue([] {
+        const Parsed msg = parsed(recordOf(7, 2, {"a b", "80"}));
+        const std::vector<Case> cases = {
+            {"text before, @s@", "text before, NET_DOWN"},
+            {"@time@", "\"Tue Nov 14 16:39:09 2017\""},
+            {"123456@p@x", "123456\"* \"x"},
+            {"12@i@@i@@i@", "12777"},
+            {"@f@[0]@f@[0]@f@[1]", "\"a b\"\"a b\"80"},
+            {"@nothing@@nothing@", "@nothing@@nothing@"},
+            {"@key@@key@", "k ey"},
+            {"@ci@,@ci@,@ci@,@ci@", "3,3,3,3"},
+        };
+        translated("@s@@f@[host]", msg.get()); // reads the catalogue
+        for (const Case &c : cases)
+            expectNullOrWhole(
+                [&](CharBuffer *buffer) {
+                    return translateSynFields(buffer, c.text, msg.get(), "k ey");
+                },
+                c.text[1] == 'k' ? "\"k ey\"\"k ey\"" : c.expected);
+    });
+}
+
+TEST(ExhaustedMemory, quotingPairGivesTheWholeOrNull) {
+    expectNullOrWhole([](CharBuffer *buffer) { return cvtToQuotedStr(buffer, "a \"b\" and c"); },
+                      "\"a \\\"b\\\" and c\"");
+    expectNullOrWhole([](CharBuffer *buffer) { return dedoublequoteStr(buffer, "\"a b and c\""); },
+                      "a b and c");
+}
+
+TEST(ExhaustedMemory, failedCheckHasAMessageStill) {
+    expectChildPasses([] {
+        char *error = nullptr, *next = nullptr;
+        const FailingAlloc none;
+        EXPECT_EQ(decodeSynField(-1, "@nothing@", &error, &next, 1), 0);
+        EXPECT_STREQ(error, "Invalid synthetic field (out of memory)");
+        EXPECT_EQ(vfySynFields(-1, "@p@ @nothing@", &error, 1), 0);
+        EXPECT_STREQ(error, "Invalid synthetic field (out of memory)");
+        EXPECT_EQ(vfySynFields(-1, "@p@", &error, 1), 1) << "valid needs no memory";
+        EXPECT_EQ(error, nullptr);
+    });
 }
 
 // Quoting.
