@@ -83,9 +83,13 @@ static bool loadFormats(char *root) {
     return fmtMax >= 1;
 }
 
+static char *copyRoot(const char *root) {
+    return mkcopy(rootOrDefault(root));
+}
+
 int32_t loginit(const char *name, uint32_t destination, int32_t priority, const char *root) {
     // Copied first: it may be the name that the next line releases.
-    char *const inForce = mkcopy(rootOrDefault(root));
+    char *const inForce = copyRoot(root);
     setLogProcName(name);
     _destination = destination;
     _priority = priority;

@@ -5,6 +5,7 @@ extern "C" const char *__lsan_default_suppressions();
 extern "C" const char *__lsan_default_suppressions() {
     return
         // The root and the format tables of an earlier loginit: callers may hold them.
+        "leak:copyRoot\n"
         "leak:loadFormats\n"
         // A text of the environment that was replaced: getenv may have handed it out.
         "leak:setEnvVar\n";
