@@ -24,6 +24,7 @@ pthread_mutex_t clkAccessLock = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
 
 ForeignAlarm foreignAlarm;
 uint32_t clkHandlerInstalled;
+volatile sig_atomic_t alarmsServed;
 
 static uint32_t nextCalloutId;
 
@@ -50,7 +51,8 @@ static constexpr WalkSite CATCHUP = {"clkCatchup", 1327, 1327};
 
 /* The mutex lets its owner in again, but while a thread is inside the mutex's own code, becoming
    the owner or ceasing to be, an entry from the signal handler would wait for that same thread. An
-   alarm that arrives just then is put off until the thread is through. */
+   alarm that arrives just then is put off until the thread is through, and then given back to the
+   process: whichever thread gets it, the handler sees to it that the lock's owner serves it. */
 struct LockTransit {
     volatile sig_atomic_t underWay;
     volatile sig_atomic_t alarmPutOff;
@@ -65,10 +67,27 @@ static void endTransit() {
     }
 }
 
-void lockClock() {
+static bool tryLockClock() {
     transit.underWay = 1;
-    pthread_mutex_lock(&clkAccessLock);
+    const bool taken = pthread_mutex_trylock(&clkAccessLock) == 0;
     endTransit();
+    return taken;
+}
+
+/* Another thread has the lock, and may be asleep with it until SIGALRM comes. The kernel gives the
+   signal to any thread that has it unblocked, so a thread that waits for the lock must not. */
+static void waitForLock() {
+    sigset_t alarmOnly, mask;
+    sigemptyset(&alarmOnly);
+    sigaddset(&alarmOnly, SIGALRM);
+    pthread_sigmask(SIG_BLOCK, &alarmOnly, &mask);
+    pthread_mutex_lock(&clkAccessLock);
+    pthread_sigmask(SIG_SETMASK, &mask, nullptr);
+}
+
+void lockClock() {
+    if (!tryLockClock())
+        waitForLock();
 }
 
 void unlockClock() {
@@ -154,8 +173,10 @@ static void restoreForeignAlarm() {
 }
 
 // For an active list that has run empty. A hold keeps SIGALRM the clock's: callouts may be queued
-// during it without taking the signal over. A callout that emptied the list itself has given the
-// signal back already; what was kept of the application's is gone then.
+// during it without taking the signal over, and would be lost to whoever had it. Nor is SIGALRM
+// given back twice, after a callout that emptied the list itself, or before the clock has recorded
+// what it takes over: what is kept of the application's is gone then, or not there yet, and the
+// default action in its place would end the process and every callout with it.
 static void giveBackSigalrm() {
     if (!clockIsHeld() && clkHandlerInstalled == 1)
         restoreForeignAlarm();
@@ -220,50 +241,94 @@ static bool moveCallouts(const Callout *oldTable, int32_t oldCount, ListItem *li
     return true;
 }
 
-// Stops the alarm and blocks SIGALRM for the growth; returns the seconds the alarm had left.
-static uint32_t stopForGrowth() {
+// What growth found when it stopped the alarm.
+struct Stopped {
+    uint32_t secondsLeft;   // on the alarm
+    SignalHandler replaced; // SIG_HOLD: SIGALRM was blocked, as during a hold
+};
+
+// Stops the alarm and blocks SIGALRM for the growth. Unblocked first, as in setAlarmHdlr: what is
+// pending runs callouts, which may do anything.
+static Stopped stopForGrowth() {
     if (!clockIsHeld())
-        sigrelse(SIGALRM); // as in setAlarmHdlr
+        sigrelse(SIGALRM);
     const uint32_t secondsLeft = alarm(0);
     const SignalHandler replaced = sigset(SIGALRM, SIG_HOLD);
     if (replaced != clkAlarmHandler && replaced != SIG_HOLD)
         foreignAlarm = {replaced, secondsLeft, timeNow()};
-    return secondsLeft;
+    return {secondsLeft, replaced};
 }
 
-static void resumeAfterGrowth(uint32_t secondsLeft) {
-    if (activeCallouts.head == nullptr && !clockIsHeld()) {
-        restoreForeignAlarm();
-        return;
-    }
+static void resumeWithClock(uint32_t secondsLeft) {
     alarm(secondsLeft);
+    // SIG_HOLD has left the disposition as it was, and sigset would let callouts run in the hold.
+    if (clockIsHeld())
+        return;
     sigset(SIGALRM, clkAlarmHandler);
     clkHandlerInstalled = 1;
-    if (clockIsHeld())
-        sighold(SIGALRM);
 }
 
-int32_t clkinit(int32_t wanted) {
-    ClockLock lock;
-    const int32_t count = wanted < 1 ? DEFAULT_CALLOUTS : wanted;
+static void resumeAfterGrowth(const Stopped &stopped) {
+    if (activeCallouts.head == nullptr && !clockIsHeld())
+        restoreForeignAlarm();
+    else
+        resumeWithClock(stopped.secondsLeft);
+}
+
+// A suspension may have left SIGALRM the clock's with an empty list: that stays so.
+static void resumeAfterRefusal(const Stopped &stopped) {
+    if (stopped.replaced == clkAlarmHandler)
+        resumeWithClock(stopped.secondsLeft);
+    else
+        resumeAfterGrowth(stopped);
+}
+
+enum class Growth { needless, refused, possible };
+
+static Growth checkGrowth(int32_t count) {
+    if (callouts == nullptr && maxcallouts > 0)
+        return Growth::refused; // its callouts were lost when memory was: it stays unusable
     if (count == maxcallouts)
-        return 0;
+        return Growth::needless;
     // Suspensions point into the table that growth would release.
     if (count < maxcallouts || count > INT16_MAX || clksptr != suspensions)
-        return -1;
-    const uint32_t secondsLeft = stopForGrowth();
+        return Growth::refused;
+    return Growth::possible;
+}
+
+// With the alarm stopped and SIGALRM blocked. False: no memory, or a broken list.
+static bool growTable(int32_t count) {
     Callout *oldTable = callouts;
     const int32_t oldCount = maxcallouts;
     ListItem *oldActive = activeCallouts.head;
     callouts = static_cast<Callout *>(malloc((static_cast<size_t>(count) + 1) * sizeof(Callout)));
     if (callouts == nullptr)
-        return -1; // kept: a clock without memory stays unusable, its old table is not released
+        return false;
     maxcallouts = count;
     freeWholeTable();
     const bool moved = moveCallouts(oldTable, oldCount, oldActive);
     free(oldTable);
-    resumeAfterGrowth(secondsLeft);
-    return moved ? 0 : -1;
+    return moved;
+}
+
+int32_t clkinit(int32_t wanted) {
+    ClockLock lock;
+    const int32_t count = wanted < 1 ? DEFAULT_CALLOUTS : wanted;
+    Growth growth = checkGrowth(count);
+    if (growth != Growth::possible)
+        return growth == Growth::needless ? 0 : -1;
+    const Stopped stopped = stopForGrowth();
+    // Callouts that ran until the block was in force may have suspended, or grown the table.
+    growth = checkGrowth(count);
+    if (growth != Growth::possible) {
+        resumeAfterRefusal(stopped);
+        return growth == Growth::needless ? 0 : -1;
+    }
+    const bool whole = growTable(count);
+    if (callouts == nullptr)
+        return -1; // kept: a clock without memory stays unusable, its old table is not released
+    resumeAfterGrowth(stopped);
+    return whole ? 0 : -1;
 }
 
 // --- Queueing ---
@@ -447,8 +512,8 @@ static void resumeAfterRemoval(bool otherIsDue, const WalkSite &site) {
         kill(getpid(), SIGALRM);
     else if (timed != nullptr)
         alarm(timed->increment);
-    // An alarm that expired since it was blocked is for the clock's handler; the application's, or
-    // the default action, which ends the process, must not get it.
+    // Not left to the sigset of giving the signal back: an alarm that expired since it was blocked
+    // is for the clock's handler; the default action would end the process for it.
     sigrelse(SIGALRM);
     if (!otherIsDue && activeCallouts.head == nullptr)
         giveBackSigalrm();
@@ -536,6 +601,9 @@ static void runDue() {
 }
 
 static void serveAlarm(int signalNumber) {
+    if (activeCallouts.head == nullptr && (clockIsHeld() || clkHandlerInstalled != 1))
+        return; // nothing to run or to give back
+    alarmsServed = alarmsServed + 1;
     Callout *timed = firstTimed(firstActive(), HANDLER_FIRST);
     // Kept: a SIGALRM makes the first timed record due whoever raised it.
     if (timed != nullptr && signalNumber == SIGALRM)
@@ -546,13 +614,25 @@ static void serveAlarm(int signalNumber) {
         giveBackSigalrm();
 }
 
+// The thread that was interrupted waits for an owner that may sleep until this very signal. Blocked
+// here, it goes to that one, or stays pending until this handler returns; so it is served once.
+static void passAlarmOn() {
+    kill(getpid(), SIGALRM);
+    waitForLock();
+    unlockClock();
+}
+
 void clkAlarmHandler(int signalNumber) {
     if (transit.underWay != 0) {
         transit.alarmPutOff = 1;
         return;
     }
     const int savedErrno = errno;
-    lockClock();
+    if (!tryLockClock()) {
+        passAlarmOn();
+        errno = savedErrno;
+        return;
+    }
     // Kept: without a table the lock is not given back; a clock that lost its table is unusable.
     if (callouts != nullptr) {
         serveAlarm(signalNumber);

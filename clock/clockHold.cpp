@@ -29,11 +29,28 @@ static void chargeCallouts(uint32_t elapsed, uint32_t secondsLeft) {
     clkCatchup(static_cast<int32_t>(elapsed));
 }
 
+static uint32_t takeForHold() {
+    if (maxcallouts < 1)
+        return setAlarmHdlr();
+    const uint32_t secondsLeft = alarm(0);
+    if (clkHandlerInstalled == 1)
+        return secondsLeft;
+    const SignalHandler replaced = sigset(SIGALRM, clkAlarmHandler);
+    if (replaced == SIG_HOLD) {
+        // The clock's own blocking, as a sleep leaves it: what was recorded before stays.
+        alarm(secondsLeft);
+        return setAlarmHdlr();
+    }
+    foreignAlarm = {replaced, secondsLeft, timeNow()};
+    clkHandlerInstalled = 1;
+    return secondsLeft;
+}
+
 int32_t clkHold() {
     ClockLock lock;
     if (clockIsHeld())
         return static_cast<int32_t>(holdInfo.startTime);
-    holdInfo.secondsLeft = maxcallouts < 1 || clkHandlerInstalled != 1 ? setAlarmHdlr() : alarm(0);
+    holdInfo.secondsLeft = takeForHold();
     sighold(SIGALRM);
     holdInfo.startTime = timeNow();
     return 0;
@@ -87,8 +104,27 @@ static ClkFunction setflagAsCallout() {
 
 int32_t *setflag(int32_t *word) {
     ClockLock lock;
-    *static_cast<volatile int32_t *>(word) = 1;
+    if (word != nullptr)
+        *static_cast<volatile int32_t *>(word) = 1;
     return word;
+}
+
+// Cancels the sleep's own callout after an early end: it must not write to a word that may be gone.
+// A callout that grew the table has taken its ID, which may be another's by now; one that suspended
+// has set it aside, out of reach of any cancel.
+static void cancelSetflag(uint32_t id, int32_t *word, int32_t tableSize) {
+    const intptr_t argument = reinterpret_cast<intptr_t>(word);
+    if (maxcallouts == tableSize)
+        clkUntimeout(id);
+    else
+        clkKillTimeout(setflagAsCallout(), argument);
+    for (const Suspension *frame = suspensions; frame < clksptr; ++frame)
+        for (ListItem *link = frame->active.head; isInTable(link);) {
+            Callout *callout = reinterpret_cast<Callout *>(link);
+            if (callout->function == setflagAsCallout() && callout->argument == argument)
+                callout->function = CLK_NO_FUNCTION;
+            link = callout->next;
+        }
 }
 
 uint32_t deepSleep(uint32_t seconds, int32_t *flag) {
@@ -109,12 +145,13 @@ uint32_t deepSleep(uint32_t seconds, int32_t *flag) {
         sigrelse(SIGALRM);
         return seconds;
     }
+    const int32_t tableSize = maxcallouts;
     do {
         sigpause(SIGALRM);
         sighold(SIGALRM);
     } while (*awake == 0);
     sigrelse(SIGALRM);
-    clkUntimeout(id); // after an early end: the callout must not write to a word that may be gone
+    cancelSetflag(id, word, tableSize);
     return subtractToZero(seconds, secondsSince(start));
 }
 
@@ -142,21 +179,49 @@ static bool frameIsFree() {
     return clksptr < suspensions + MAX_SUSPENSIONS;
 }
 
+// What a suspension took SIGALRM from.
+struct Takeover {
+    uint32_t secondsLeft;
+    uint32_t handlerInstalled;
+    SignalHandler replaced; // SIG_HOLD: it was blocked
+};
+
+// Stops the alarm and installs the handler; SIGALRM is blocked at the end, so that nothing can come
+// between. A signal that was pending behind a block meets the clock's handler in sigset: that may
+// have armed the alarm anew or given SIGALRM back, so everything is taken again.
+static Takeover takeForSuspension() {
+    for (;;) {
+        Takeover taken = {maxcallouts < 1 ? setAlarmHdlr() : alarm(0), 0, nullptr};
+        const sig_atomic_t served = alarmsServed;
+        taken.handlerInstalled = clkHandlerInstalled;
+        taken.replaced = sigset(SIGALRM, clkAlarmHandler);
+        sighold(SIGALRM);
+        if (alarmsServed == served)
+            return taken;
+        sigrelse(SIGALRM);
+    }
+}
+
+// A callout that ran until SIGALRM was blocked took the last frame.
+static int32_t refuseSuspension(const Takeover &taken) {
+    alarm(taken.secondsLeft);
+    if (taken.replaced != SIG_HOLD)
+        sigset(SIGALRM, taken.replaced);
+    return -1;
+}
+
 int32_t suspendTimeouts() {
     ClockLock lock;
     if (!frameIsFree())
         return -1;
-    // Unblocked first, as in setAlarmHdlr: what has come due runs before the others are set aside,
-    // and may itself take the last frame.
-    sigrelse(SIGALRM);
+    const Takeover taken = takeForSuspension();
     if (!frameIsFree())
-        return -1;
+        return refuseSuspension(taken);
     Suspension *frame = clksptr;
-    frame->secondsLeft = maxcallouts < 1 ? setAlarmHdlr() : alarm(0);
+    frame->secondsLeft = taken.secondsLeft;
     frame->startTime = timeNow();
-    frame->handlerInstalled = clkHandlerInstalled;
-    const SignalHandler replaced = sigset(SIGALRM, clkAlarmHandler);
-    frame->disposition = replaced == SIG_HOLD ? clkAlarmHandler : replaced;
+    frame->handlerInstalled = taken.handlerInstalled;
+    frame->disposition = taken.replaced == SIG_HOLD ? clkAlarmHandler : taken.replaced;
     clkHandlerInstalled = 1;
     frame->active = activeCallouts;
     activeCallouts = {};
@@ -166,7 +231,9 @@ int32_t suspendTimeouts() {
     foreignAlarm = {};
     frame->hold = holdInfo;
     ++clksptr;
-    return frame->active.count;
+    const int32_t count = frame->active.count;
+    sigrelse(SIGALRM);
+    return count;
 }
 
 // Drops what was queued since the suspension.
@@ -176,11 +243,17 @@ static void freeActive() {
     activeCallouts = {};
 }
 
+// Before the callouts come back: the clock's handler takes a SIGALRM that is pending here, where it
+// finds none to run early and, the clock being marked held, does nothing.
 static void restoreDisposition(SignalHandler disposition) {
-    // A pending SIGALRM was for callouts that are gone. The handler takes it here, where it finds
-    // none and, the clock being marked held, does nothing; it must not meet what comes back.
     holdInfo.startTime = 1;
-    sigrelse(SIGALRM);
+    // While SIGALRM is the clock's, what is pending was for callouts that are gone: it must not
+    // meet an application's handler that comes back, nor its default action. Else it is for a
+    // handler that the application has now, if what comes back is the default action.
+    if (clkHandlerInstalled == 1)
+        sigset(SIGALRM, clkAlarmHandler);
+    else if (disposition == SIG_DFL)
+        sigrelse(SIGALRM);
     sigset(SIGALRM, disposition);
     sighold(SIGALRM);
 }
@@ -190,6 +263,10 @@ int32_t unsuspendTimeouts() {
     if (clksptr <= suspensions)
         return -1;
     sighold(SIGALRM);
+    if (clksptr <= suspensions) { // a callout came first: SIGALRM was not blocked
+        sigrelse(SIGALRM);
+        return -1;
+    }
     alarm(0);
     freeActive();
     const Suspension frame = *--clksptr;

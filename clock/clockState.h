@@ -26,6 +26,10 @@ struct ForeignAlarm {
 extern ForeignAlarm foreignAlarm;
 extern uint32_t clkHandlerInstalled; // 1 while SIGALRM is the clock's
 
+// Counts the signals on which the handler changed anything: an operation that unblocks SIGALRM
+// tells by it whether it must look at everything anew.
+extern volatile sig_atomic_t alarmsServed;
+
 constexpr uint32_t NO_CALLOUT = UINT32_MAX;
 constexpr int32_t DEFAULT_CALLOUTS = 20;
 

@@ -60,18 +60,36 @@ SIMULATED(Hold, takesTheApplicationsAlarmOverAndDeliversItAfterTheRelease) {
     EXPECT_EQ(system.disposition, foreignHandler);
 }
 
-SIMULATED(Hold, behindABlockedSignalKnowsTheApplicationsHandler) {
-    clkinit(5);
+SIMULATED(Hold, behindABlockedSignalKeepsWhatWasRecordedBefore) {
     system.disposition = foreignHandler;
+    EXPECT_EQ(clkSleep(2), 0U); // leaves SIGALRM blocked, and the application's again
     system.alarmAt = system.now + 9000;
-    system.blocked = true;
+    system.disposition = SIG_IGN; // taken for the clock's own blocking: not looked at
+    std::string order;
+    system.onCall = [&](const std::string &name) { order += name + " "; };
     clkHold();
+    system.onCall = nullptr;
+    EXPECT_EQ(order, "alarm sigset alarm sigrelse alarm sigset sighold ");
     EXPECT_EQ(holdInfo.secondsLeft, 9U);
     system.advanceSeconds(10);
     clkRelease();
-    EXPECT_EQ(foreignCalls, 1);
     EXPECT_EQ(system.disposition, foreignHandler);
     EXPECT_EQ(system.deaths, 0);
+}
+
+SIMULATED(Hold, takesOverInTheOrderTold) {
+    clkinit(5);
+    system.disposition = foreignHandler;
+    std::string order;
+    system.onCall = [&](const std::string &name) { order += name + " "; };
+    clkHold();
+    EXPECT_EQ(order, "alarm sigset sighold ");
+    clkRelease();
+    clkTimeout(note, 1, 5);
+    order.clear();
+    clkHold();
+    system.onCall = nullptr;
+    EXPECT_EQ(order, "alarm sighold ");
 }
 
 SIMULATED(Release, armsForTheRest) {

@@ -30,6 +30,10 @@ extern "C" int pthread_mutex_lock(pthread_mutex_t *mutex) noexcept {
     return throughAlarm("pthread_mutex_lock", mutex);
 }
 
+extern "C" int pthread_mutex_trylock(pthread_mutex_t *mutex) noexcept {
+    return throughAlarm("pthread_mutex_trylock", mutex);
+}
+
 extern "C" int pthread_mutex_unlock(pthread_mutex_t *mutex) noexcept {
     return throughAlarm("pthread_mutex_unlock", mutex);
 }

@@ -55,6 +55,7 @@ std::vector<Step> history;
 
 void foreignOne(int) {}
 void foreignTwo(int) {}
+void clocksOwn(int) {} // stands for the clock's handler
 
 bool isForeign(SignalHandler handler) {
     return handler == SIG_DFL || handler == SIG_IGN || handler == foreignOne ||
@@ -75,11 +76,17 @@ bool isSilent(const Pending &pending) {
 // The clock gave SIGALRM back just now.
 void gaveBack() {
     const Foreign foreign = model.foreign;
-    model.installed = false;
-    EXPECT_EQ(os->disposition, foreign.handler);
-    if (foreign.left == 0)
+    model.installed = !isForeign(foreign.handler);
+    if (foreign.left == 0) {
+        EXPECT_EQ(os->disposition, foreign.handler);
         return;
+    }
     model.foreign = {};
+    if (model.installed && os->seconds() - foreign.captured >= foreign.left) {
+        gaveBack(); // overdue: the clock's own handler was called, and gave it back in its turn
+        return;
+    }
+    EXPECT_EQ(os->disposition, foreign.handler);
     const uint32_t elapsed = os->seconds() - foreign.captured;
     const int64_t rest = elapsed < foreign.left ? (foreign.left - elapsed) * 1000 : 0;
     EXPECT_EQ(os->alarmAt, rest == 0 ? 0 : os->now + rest);
@@ -148,7 +155,7 @@ void deliverPending() {
 void takeOver() {
     if (model.capacity == 0)
         model.capacity = 20;
-    if (!model.installed)
+    if (isForeign(os->disposition))
         model.foreign = {os->disposition, os->alarmSeconds(), os->seconds()};
     model.installed = true;
 }
@@ -223,13 +230,21 @@ void doHold() {
         EXPECT_EQ(clkHold(), static_cast<int32_t>(model.hold.start));
         return;
     }
-    if (!model.installed)
-        deliverPending();
     model.disturb();
-    takeOver();
+    const bool first = model.capacity == 0;
+    if (first)
+        deliverPending(); // to whoever has it
+    if (!model.installed && (first || !os->blocked))
+        model.foreign = {os->disposition, os->alarmSeconds(), os->seconds()};
+    if (!model.installed && !first && os->blocked && os->pending)
+        ++ignoredAlarms; // the clock's handler takes it and finds nothing
+    model.installed = true;
+    if (first)
+        model.capacity = 20;
     model.hold = {os->alarmSeconds(), os->seconds()};
     EXPECT_EQ(clkHold(), 0);
     EXPECT_TRUE(os->blocked);
+    EXPECT_EQ(ignoredAlarms, 0);
 }
 
 void doRelease() {
@@ -348,10 +363,16 @@ void doSuspend() {
         EXPECT_EQ(suspendTimeouts(), -1);
         return;
     }
-    deliverPending();
+    const bool wasBlocked = os->blocked && model.capacity != 0;
+    if (model.installed || model.capacity == 0)
+        deliverPending();
+    else if (os->pending)
+        ++ignoredAlarms; // the clock's handler takes it and finds nothing
     if (model.capacity == 0)
         takeOver();
-    model.suspend(os->alarmSeconds(), os->seconds(), os->disposition);
+    // Behind a block the application's handler does not show.
+    model.suspend(os->alarmSeconds(), os->seconds(),
+                  wasBlocked && os->blocked ? clocksOwn : os->disposition);
     const size_t count = model.frames.back().list.size();
     EXPECT_EQ(suspendTimeouts(), static_cast<int32_t>(count));
     EXPECT_EQ(os->alarmAt, 0);
@@ -364,7 +385,9 @@ void doUnsuspend() {
         return;
     }
     const SignalHandler disposition = model.frames.back().disposition;
-    ignoredAlarms = os->pending && model.installed ? 1 : 0;
+    const bool toClock = model.installed || !isForeign(disposition) ||
+                         (disposition == SIG_DFL && !isForeign(os->disposition));
+    ignoredAlarms = os->pending && toClock ? 1 : 0;
     model.unsuspend(os->seconds());
     const size_t count = model.list.size();
     const int32_t result = unsuspendTimeouts();
@@ -519,7 +542,9 @@ void compare() {
         compareList(suspensions[i].active, model.frames[i].list);
     EXPECT_EQ(holdInfo.startTime, model.hold.start);
     EXPECT_EQ(holdInfo.secondsLeft, model.hold.left);
-    EXPECT_EQ(isForeign(os->disposition), !model.installed);
+    if (model.installed) {
+        EXPECT_FALSE(isForeign(os->disposition));
+    }
     EXPECT_EQ(os->deaths, 0);
     EXPECT_EQ(os->endlessWaits, 0);
     EXPECT_EQ(static_cast<int64_t>(os->strayKills.size()), strayKillsExpected);
