@@ -27,8 +27,10 @@
 
    Threads: every operation takes clkAccessLock, which is recursive, and the handler takes it too.
    The sleeps and clkPause keep it while they wait: callouts still run, but another thread's call
-   waits until they return. One alarm serves the whole process while signal masks belong to threads,
-   so let one thread have SIGALRM unblocked. No operation is safe in another signal's handler. */
+   waits until they return. A SIGALRM that the kernel gives to a thread without the lock is passed
+   on to its owner, so a sleeper is always woken. One alarm serves the whole process while signal
+   masks belong to threads: callouts run in any thread that has SIGALRM unblocked. No operation is
+   safe in another signal's handler. */
 #ifndef QUARNEL_CLOCK_CLOCK_H
 #define QUARNEL_CLOCK_CLOCK_H
 
@@ -94,7 +96,7 @@ QN_API extern pthread_mutex_t clkAccessLock; /* recursive from the start */
    when the table has that size now, else -1: with nothing changed for less than there is, for more
    than 32767, and for growth while timeouts are suspended; where the list of pending callouts was
    broken, with what could be reached of it moved. When memory is exhausted -1 too, and the clock is
-   unusable from then on: no table, the alarm stopped, SIGALRM blocked. */
+   unusable from then on: no table, the alarm stopped, SIGALRM blocked, every later call refused. */
 QN_API int32_t clkinit(int32_t wanted);
 
 /* Has the function called in so many seconds. Returns the timeout's ID, counting up from 0, never
@@ -156,8 +158,8 @@ QN_API uint32_t clkSleep(uint32_t seconds);
    or no record is free. */
 QN_API uint32_t deepSleep(uint32_t seconds, int32_t *flag);
 
-/* Stores 1 in the word and returns it. A callout function through a cast; the word must exist until
-   it has run or been cancelled. */
+/* Stores 1 in the word and returns it; null is only returned. A callout function through a cast;
+   the word must exist until it has run or been cancelled. */
 QN_API int32_t *setflag(int32_t *word);
 
 /* Sets all pending callouts aside and starts over with none, the alarm stopped and SIGALRM

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 #include <functional>
+#include <unistd.h>
 
 namespace {
 
@@ -203,6 +204,21 @@ SIMULATED(Dump, printFunctionStartsAsNone) {
     EXPECT_EQ(setClockPrintFunc(collect), nullptr);
 }
 
+SIMULATED(Dump, standardPrintFlushesForNoTextAndTheEmptyOne) {
+    for (const char *flushing : {static_cast<const char *>(nullptr), ""}) {
+        const ChildResult result = runInChild([flushing] {
+            setvbuf(stderr, nullptr, _IOFBF, 4096);
+            dumpClockCallOuts("", "who", 1); // installs it
+            const ClkPrintFunc standard = setClockPrintFunc(nullptr);
+            fputs("waiting", stderr);
+            standard(flushing);
+            fputs("left behind", stderr);
+            _exit(0);
+        });
+        EXPECT_EQ(result.err, "who - Line: 1\nmaxcallouts: 0   callouts: 0x0\nwaiting");
+    }
+}
+
 // --- Panics ---
 
 constexpr char PANIC_LINE[] = "PANIC! Clock Functions Terminating Process.\n";
@@ -281,6 +297,16 @@ SIMULATED(Panic, handlerFindsARingOfDueOnes) {
             alarmArrives();
         },
         LOOP_AT("clk - Line: 246"), listOf3() + ringRows(ZERO, ZERO, ZERO));
+}
+
+SIMULATED(Panic, handlerTakesANegativeCountForARing) {
+    clkinit(4);
+    expectPanic(
+        [] {
+            activeCallouts.count = -1;
+            alarmArrives();
+        },
+        LOOP_AT("clk - Line: 273"), listOf3("-1") + rows(ZERO, FIVE, FIVE, LIST_END));
 }
 
 SIMULATED(Panic, handlerFindsTheFirstTimedOutsideTheTable) {

@@ -616,4 +616,123 @@ SIMULATED(Suspension, inACalloutSetsTheOtherDueOnesAsideToo) {
     EXPECT_EQ(system.deaths, 0);
 }
 
+SIMULATED(SetFlag, leavesNullAlone) {
+    EXPECT_EQ(setflag(nullptr), nullptr);
+}
+
+SIMULATED(DeepSleep, findsItsOwnAfterACalloutGrewTheTable) {
+    static int32_t flag;
+    clkTimeout(
+        [](intptr_t, uint32_t) -> void * {
+            EXPECT_EQ(clkinit(40), 0);
+            flag = 1;
+            return nullptr;
+        },
+        0, 3);
+    clkTimeout(note, 7, 5); // has ID 0 too after the growth
+    EXPECT_EQ(deepSleep(10, &flag), 7U);
+    EXPECT_EQ(activeCallouts.count, 1);
+    flag = 0;
+    system.advanceSeconds(20);
+    EXPECT_EQ(flag, 0);
+    EXPECT_EQ(calls, (Arguments{7}));
+}
+
+SIMULATED(DeepSleep, leavesNothingToWriteToItsFlagInASuspension) {
+    static int32_t flag;
+    clkTimeout(
+        [](intptr_t, uint32_t) -> void * {
+            suspendTimeouts();
+            flag = 1;
+            return nullptr;
+        },
+        0, 3);
+    EXPECT_EQ(deepSleep(10, &flag), 7U);
+    flag = 0;
+    unsuspendTimeouts();
+    system.advanceSeconds(20);
+    EXPECT_EQ(flag, 0);
+}
+
+SIMULATED(Suspension, behindABlockedSignalKeepsTheClocksHandlerInTheFrame) {
+    clkinit(5);
+    system.disposition = foreignHandler;
+    system.blocked = true;
+    system.pending = true;
+    std::string order;
+    system.onCall = [&](const std::string &name) { order += name + " "; };
+    EXPECT_EQ(suspendTimeouts(), 0);
+    system.onCall = nullptr;
+    EXPECT_EQ(order, "alarm sigset sighold sigrelse ");
+    EXPECT_EQ(foreignCalls, 0); // the clock's handler took it
+    EXPECT_EQ(suspensions[0].disposition, clockHandler());
+    EXPECT_NE(suspensions[0].disposition, foreignHandler);
+    EXPECT_EQ(suspensions[0].handlerInstalled, 0U);
+}
+
+SIMULATED(Suspension, alarmJustBeforeItsOwnMaySuspendToo) {
+    clkTimeout(
+        [](intptr_t, uint32_t) -> void * {
+            EXPECT_EQ(suspendTimeouts(), 1);
+            clkTimeout(note, 2, 8);
+            return nullptr;
+        },
+        0, 5);
+    clkTimeout(note, 1, 20);
+    system.blocked = true;
+    system.advanceSeconds(5);
+    EXPECT_EQ(suspendTimeouts(), 1);
+    EXPECT_EQ(clksptr, suspensions + 2);
+    EXPECT_EQ(suspensions[0].active.head, reinterpret_cast<ListItem *>(&callouts[1]));
+    EXPECT_EQ(suspensions[1].secondsLeft, 8U);
+    EXPECT_EQ(unsuspendTimeouts(), 1);
+    EXPECT_EQ(unsuspendTimeouts(), 1);
+    EXPECT_EQ(system.alarmSeconds(), 15U);
+}
+
+SIMULATED(Suspension, applicationsPendingAlarmMeetsItsOwnHandlerAtTheEnd) {
+    clkinit(5);
+    system.disposition = foreignHandler;
+    suspendTimeouts();
+    clkTimeout(note, 1, 1);
+    system.advanceSeconds(1); // run dry: SIGALRM is at its default action
+    EXPECT_EQ(system.disposition, SIG_DFL);
+    system.blocked = true;
+    system.pending = true;
+    EXPECT_EQ(unsuspendTimeouts(), 0);
+    EXPECT_EQ(system.deaths, 0);
+    EXPECT_EQ(foreignCalls, 1);
+    EXPECT_EQ(system.disposition, foreignHandler);
+}
+
+SIMULATED(Suspension, nestedCalloutsThatRunDryLeaveThoseSetAside) {
+    clkTimeout(note, 1, 10);
+    suspendTimeouts();
+    clkTimeout(note, 2, 1);
+    clkTimeout(note, 3, 2);
+    system.advanceSeconds(4);
+    EXPECT_EQ(calls, (Arguments{2, 3}));
+    EXPECT_EQ(unsuspendTimeouts(), 1);
+    EXPECT_EQ(system.alarmSeconds(), 6U);
+    system.advanceSeconds(6);
+    EXPECT_EQ(calls, (Arguments{2, 3, 1}));
+    EXPECT_EQ(system.deaths, 0);
+}
+
+SIMULATED(Suspension, holdInForceAcrossItIsChargedOnce) {
+    clkTimeout(note, 1, 10);
+    clkHold();
+    system.advanceSeconds(1);
+    suspendTimeouts();
+    system.advanceSeconds(3);
+    EXPECT_EQ(unsuspendTimeouts(), 1);
+    EXPECT_TRUE(system.blocked);
+    EXPECT_EQ(holdInfo.startTime, static_cast<uint32_t>(START));
+    EXPECT_EQ(calls, (Arguments{}));
+    clkRelease();
+    EXPECT_EQ(system.alarmSeconds(), 6U);
+    system.advanceSeconds(6);
+    EXPECT_EQ(calls, (Arguments{1}));
+}
+
 } // namespace

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <csignal>
 #include <ctime>
+#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -154,6 +155,78 @@ TEST(RealTime, suspendedTimeoutRunsWhenItComesBack) {
         EXPECT_EQ(callCount, 0);
         EXPECT_EQ(unsuspendTimeouts(), 1);
         EXPECT_EQ(callCount, 1);
+    });
+}
+
+TEST(RealTime, releaseAfterPartOfAHoldWaitsForTheRest) {
+    expectChildPasses([] {
+        const double start = secondsNow();
+        clkTimeout(countCall, 0, 3);
+        clkHold();
+        sleep(1);
+        clkRelease();
+        EXPECT_EQ(callCount, 0);
+        waitFor(callCount);
+        EXPECT_GE(secondsNow() - start, 1.9);
+        EXPECT_LT(secondsNow() - start, 4.5);
+    });
+}
+
+// A child that interrupts its parent after a second.
+void interruptAfterASecond() {
+    struct sigaction action = {};
+    action.sa_handler = foreignHandler;
+    sigaction(SIGUSR1, &action, nullptr);
+    if (fork() == 0) {
+        usleep(1100000);
+        kill(getppid(), SIGUSR1);
+        _exit(0);
+    }
+}
+
+TEST(RealTime, sleepInterruptedTellsTheRestAndLeavesItsCallout) {
+    expectChildPasses([] {
+        interruptAfterASecond();
+        const uint32_t rest = clkSleep(30);
+        EXPECT_GE(rest, 26U);
+        EXPECT_LE(rest, 29U);
+        EXPECT_EQ(foreignCalls, 1);
+        EXPECT_EQ(activeCallouts.count, 1);
+        EXPECT_TRUE(signalIsBlocked());
+    });
+}
+
+TEST(RealTime, deepSleepEndsWhenACalloutSetsItsFlag) {
+    expectChildPasses([] {
+        static int32_t flag;
+        clkTimeout([](intptr_t word,
+                      uint32_t) -> void * { return setflag(reinterpret_cast<int32_t *>(word)); },
+                   reinterpret_cast<intptr_t>(&flag), 1);
+        const uint32_t rest = deepSleep(30, &flag);
+        EXPECT_GE(rest, 26U);
+        EXPECT_LE(rest, 29U);
+        EXPECT_EQ(activeCallouts.count, 0);
+    });
+}
+
+TEST(RealTime, threadThatWaitsForTheLockLeavesTheSignalToTheSleeper) {
+    expectChildPasses([] {
+        const double start = secondsNow();
+        std::thread sleeper([] { EXPECT_EQ(deepSleep(2, nullptr), 0U); });
+        usleep(300000);
+        const uint32_t id = clkTimeout(countCall, 0, 50);
+        EXPECT_NE(id, UINT32_MAX);
+        EXPECT_FALSE(signalIsBlocked());
+        sleeper.join();
+        EXPECT_GE(secondsNow() - start, 1.5);
+        EXPECT_GE(clkUntimeout(id), 48);
+    });
+}
+
+TEST(RealTime, threadOutsideTheClockPassesTheSignalOnToTheSleeper) {
+    expectChildPasses([] {
+        std::thread sleeper([] { EXPECT_EQ(deepSleep(1, nullptr), 0U); });
+        sleeper.join(); // with SIGALRM unblocked here, where the kernel delivers it first
     });
 }
 

@@ -713,6 +713,9 @@ SIMULATED(Table, withoutMemoryTheClockStaysUnusable) {
     EXPECT_EQ(system.alarmAt, 0);
     EXPECT_TRUE(system.blocked);
     EXPECT_TRUE(anotherThreadGetsTheLock());
+    EXPECT_EQ(clkinit(40), -1); // its callouts are lost: no table comes back
+    EXPECT_EQ(clkinit(20), -1);
+    EXPECT_EQ(callouts, nullptr);
     // A SIGALRM now leaves the lock taken.
     system.blocked = false;
     system.signalArrives();
@@ -771,6 +774,81 @@ SIMULATED(Catchup, ofAnEmptyOrWhollyPassedListIsDone) {
     clkTimeout(note, 1, 5);
     EXPECT_EQ(clkCatchup(INT_MAX), 1);
     EXPECT_EQ(activeIncrements(), (Increments{5}));
+}
+
+// --- What runs while an operation begins ---
+
+void *growTo40(intptr_t argument, uint32_t) {
+    EXPECT_EQ(clkinit(40), 0);
+    return note(argument, 0);
+}
+
+void *suspendAll(intptr_t argument, uint32_t) {
+    suspendTimeouts();
+    return note(argument, 0);
+}
+
+SIMULATED(Table, growthIsCheckedAgainAfterWhatWasPendingGrewIt) {
+    clkTimeout(growTo40, 1, 5);
+    clkTimeout(note, 2, 9);
+    system.blocked = true;
+    system.advanceSeconds(5);
+    EXPECT_EQ(clkinit(30), -1);
+    EXPECT_EQ(maxcallouts, 40);
+    EXPECT_FALSE(system.blocked);
+    system.advanceSeconds(4);
+    EXPECT_EQ(calls, (Arguments{1, 2}));
+}
+
+SIMULATED(Table, growthIsCheckedAgainAfterWhatWasPendingSuspended) {
+    clkTimeout(suspendAll, 1, 5);
+    clkTimeout(note, 2, 9);
+    system.blocked = true;
+    system.advanceSeconds(5);
+    EXPECT_EQ(clkinit(30), -1);
+    EXPECT_EQ(maxcallouts, 20);
+    EXPECT_FALSE(system.blocked);
+    EXPECT_EQ(unsuspendTimeouts(), 1);
+    system.advanceSeconds(4);
+    EXPECT_EQ(calls, (Arguments{1, 2}));
+    EXPECT_EQ(system.deaths, 0);
+}
+
+SIMULATED(Table, growthDuringAHoldRunsNothingPending) {
+    clkTimeout(note, 1, 5);
+    clkHold();
+    system.signalArrives();
+    EXPECT_EQ(clkinit(30), 0);
+    EXPECT_EQ(calls, (Arguments{}));
+    EXPECT_TRUE(system.pending);
+    clkRelease();
+    EXPECT_EQ(calls, (Arguments{1}));
+}
+
+SIMULATED(Held, queueingWithNothingLeftRaisesTheSignalAtOnce) {
+    clkTimeout(note, 1, 5);
+    clkTimeout(note, 2, 20);
+    system.blocked = true;
+    system.advanceSeconds(5);
+    clkHold(); // the alarm has expired: no seconds are left
+    EXPECT_EQ(holdInfo.secondsLeft, 0U);
+    clkTimeout(note, 3, 30);
+    EXPECT_EQ(system.raised, 1);
+    EXPECT_EQ(calls, (Arguments{}));
+    clkRelease();
+    // Kept: the signal raised for the first takes the next one along.
+    EXPECT_EQ(calls, (Arguments{1, 2}));
+    EXPECT_EQ(system.alarmSeconds(), 15U);
+}
+
+SIMULATED(Held, cancelOfTheFirstTimedBehindDueOnesLeavesTheSuccessors) {
+    const uint32_t timed = clkTimeout(note, 1, 10);
+    clkTimeout(note, 2, 0);
+    clkTimeout(note, 3, 15);
+    clkHold();
+    EXPECT_EQ(clkUntimeout(timed), 10);
+    EXPECT_EQ(holdInfo.secondsLeft, 15U);
+    EXPECT_EQ(activeIncrements(), (Increments{0, 15}));
 }
 
 } // namespace
