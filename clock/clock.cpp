@@ -576,6 +576,12 @@ static void armForNext(const Callout *next) {
         alarm(0);
         return;
     }
+    if (clockIsHeld()) {
+        // A suspension lets the signal through during a hold. What would be armed is kept aside:
+        // the end of the hold arms it.
+        holdInfo = {next->increment, timeNow()};
+        return;
+    }
     const uint32_t pending = alarm(next->increment);
     if (pending != 0)
         alarm(pending);

@@ -88,9 +88,11 @@ struct DeadlineModel {
             retime(seconds);
     }
 
-    void alarmCame() {
+    void alarmCame(uint32_t now) {
         stalled = false;
         retime(0);
+        if (held() && firstTimed() != list.end())
+            hold = {static_cast<uint32_t>(firstTimed()->offset), now};
     }
 
     void charge(int64_t elapsed) {

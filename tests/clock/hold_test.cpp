@@ -218,6 +218,25 @@ SIMULATED(Held, cancelOfTheOnlyOneLeavesNothingToWaitFor) {
     EXPECT_EQ(system.raised, 0);
 }
 
+SIMULATED(Held, alarmThatComesThroughKeepsTheNextOnesTimeForTheRelease) {
+    clkTimeout(note, 1, 5);
+    clkTimeout(note, 2, 12);
+    system.blocked = true; // as a sleep leaves it
+    system.advanceSeconds(5);
+    clkHold();
+    EXPECT_EQ(holdInfo.secondsLeft, 0U);
+    suspendTimeouts(); // lets the pending alarm through
+    EXPECT_EQ(calls, (Arguments{1}));
+    EXPECT_EQ(system.alarmAt, 0);
+    unsuspendTimeouts();
+    EXPECT_EQ(holdInfo.secondsLeft, 7U);
+    system.advanceSeconds(3);
+    clkRelease();
+    EXPECT_EQ(system.alarmSeconds(), 4U);
+    system.advanceSeconds(4);
+    EXPECT_EQ(calls, (Arguments{1, 2}));
+}
+
 SIMULATED(Held, holdInACalloutKeepsTheHandlerForWhatIsQueuedInIt) {
     clkTimeout(
         [](intptr_t, uint32_t) -> void * {

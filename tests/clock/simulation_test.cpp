@@ -131,7 +131,7 @@ void enterHandler() {
         --ignoredAlarms;
     handlers.push_back(ofClock && !ignored);
     if (handlers.back())
-        model.alarmCame();
+        model.alarmCame(os->seconds());
 }
 
 void leaveHandler() {
