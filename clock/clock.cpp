@@ -576,9 +576,9 @@ static void armForNext(const Callout *next) {
         alarm(0);
         return;
     }
+    // A suspension or a callout lets SIGALRM through in a hold: the end of the hold, which stops
+    // the alarm, must know what the next one waits for, or nothing would ever run it.
     if (clockIsHeld()) {
-        // A suspension lets the signal through during a hold. What would be armed is kept aside:
-        // the end of the hold arms it.
         holdInfo = {next->increment, timeNow()};
         return;
     }

@@ -274,7 +274,10 @@ int32_t unsuspendTimeouts() {
     activeCallouts = frame.active;
     clkHandlerInstalled = frame.handlerInstalled;
     const uint32_t elapsed = secondsSince(frame.startTime);
-    chargeCallouts(elapsed, frame.secondsLeft);
+    // A hold that was in force charges them at its own end with all of its time: twice would run
+    // those behind the first early.
+    if (frame.hold.startTime == 0)
+        chargeCallouts(elapsed, frame.secondsLeft);
     holdInfo = frame.hold;
     foreignAlarm = {frame.foreignHandler, frame.foreignSecondsLeft, frame.foreignTime};
     const uint32_t secondsLeft = subtractToZero(frame.secondsLeft, elapsed);

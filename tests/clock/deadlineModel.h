@@ -90,8 +90,9 @@ struct DeadlineModel {
 
     void alarmCame(uint32_t now) {
         stalled = false;
+        const bool someTimed = firstTimed() != list.end();
         retime(0);
-        if (held() && firstTimed() != list.end())
+        if (held() && someTimed && firstTimed() != list.end())
             hold = {static_cast<uint32_t>(firstTimed()->offset), now};
     }
 
@@ -189,7 +190,7 @@ struct DeadlineModel {
         frames.pop_back();
         list = frame.list;
         const uint32_t elapsed = now - frame.start;
-        if (elapsed != 0) {
+        if (elapsed != 0 && frame.hold.start == 0) {
             if (frame.left != 0)
                 retimeDown(frame.left);
             charge(elapsed);

@@ -754,4 +754,32 @@ SIMULATED(Suspension, holdInForceAcrossItIsChargedOnce) {
     EXPECT_EQ(calls, (Arguments{1}));
 }
 
+SIMULATED(Suspension, inAHoldChargesThoseBehindTheFirstOnce) {
+    clkTimeout(note, 1, 10);
+    clkTimeout(note, 2, 15);
+    clkHold();
+    suspendTimeouts();
+    system.advanceSeconds(8);
+    EXPECT_EQ(unsuspendTimeouts(), 2);
+    system.advanceSeconds(4);
+    clkRelease();
+    EXPECT_EQ(calls, (Arguments{1}));
+    EXPECT_EQ(system.alarmSeconds(), 3U);
+}
+
+SIMULATED(Suspension, alarmThatItLetsInDuringAHoldLeavesTheHoldTheNextOnes) {
+    clkTimeout(note, 1, 5);
+    clkTimeout(note, 2, 9);
+    system.blocked = true;
+    system.advanceSeconds(5);
+    clkHold(); // with the first one's alarm pending
+    EXPECT_EQ(suspendTimeouts(), 1);
+    EXPECT_EQ(calls, (Arguments{1}));
+    EXPECT_EQ(unsuspendTimeouts(), 1);
+    clkRelease();
+    EXPECT_EQ(system.alarmSeconds(), 4U);
+    system.advanceSeconds(4);
+    EXPECT_EQ(calls, (Arguments{1, 2}));
+}
+
 } // namespace
