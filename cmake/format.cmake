@@ -8,7 +8,7 @@ if(QN_CLANG_FORMAT)
          ${CMAKE_SOURCE_DIR}/${folder}/*.c)
     list(APPEND qn_formatted ${found})
   endforeach()
-  list(FILTER qn_formatted EXCLUDE REGEX "/build/")
+  list(FILTER qn_formatted EXCLUDE REGEX "/(build|golden)/") # what programs wrote stays as they wrote it
   add_custom_target(format COMMAND ${QN_CLANG_FORMAT} -i ${qn_formatted} VERBATIM)
   add_custom_target(format-check COMMAND ${QN_CLANG_FORMAT} --dry-run -Werror ${qn_formatted} VERBATIM)
 endif()

@@ -100,6 +100,18 @@ void dictionary(const Numbered &messages, std::string &index, std::string &lines
         putIndexRecord(index, messages[number] == nullptr ? lines.size() : offsets[number]);
 }
 
+// The priority and destination of each number. An unused one is for the record, to the daemon.
+std::string routing(const Numbered &messages) {
+    std::string table;
+    putBigEndian(table, messages.size(), 4);
+    for (const Message *message : messages) {
+        putBigEndian(table, message == nullptr ? 0 : static_cast<uint64_t>(message->priority), 4);
+        putBigEndian(table, message == nullptr ? 1 : static_cast<uint64_t>(message->destination),
+                     4);
+    }
+    return table;
+}
+
 std::string startsHeader(const Catalogue &catalogue) {
     std::string text = std::string(HEADER_MARK) +
                        "\n/* The first number of each class, and the end of the numbering. */\n"
@@ -166,6 +178,7 @@ std::vector<NamedBytes> compileCatalogue(const Catalogue &catalogue, const std::
     dictionary(messages, index, lines);
     files.push_back({root + "/dataDictLog", lines});
     files.push_back({root + "/ddMapLog", index});
+    files.push_back({root + "/msgDstPri", routing(messages)});
     files.push_back({root + "/textLogFmt", textTable(messages, problems)});
     files.push_back({root + "/cmpLogFmt", formatTable(messages, problems)});
     return files;
