@@ -6,10 +6,16 @@
    handler, with the main thread most likely blocked in the platform's wait, so it may do only what
    any signal handler may: no logging, no streams, no memory, no dialling. It leaves a mark for the
    main thread and posts event 38 with vxPostEvent, which is made for this; the wait returns, the
-   operation ends with DIALER_INTERRUPTED, and the main thread does the rest. */
+   operation ends with DIALER_INTERRUPTED, and the main thread does the rest.
+
+   Settings come from an options file (--options, else the one in /etc/default), and the command
+   line overrides them. Callers that share a clipboard count their calls in it; the clock is held
+   meanwhile, so that the guard cannot run in the middle of it. */
+#include "clipboard/clipboard.h"
 #include "clock/clock.h"
 #include "dialer/dialer.h"
 #include "log/log.h"
+#include "options/options.h"
 #include "platform/lineScript.h"
 
 #include "logCALL.h"
@@ -18,11 +24,15 @@
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
 #include <fstream>
 #include <iostream>
+#include <optional>
+#include <string>
 #include <unistd.h>
 
 #define HERE "outboundCaller.cpp", __LINE__
@@ -30,14 +40,22 @@
 namespace {
 
 struct Settings {
-    std::string number = "5551234";
-    int32_t dialToneWait = 5; // seconds
-    uint32_t guard = 60;      // seconds for the whole call; 0: no guard
-    int line = 1;             // as the log names it
+    std::string number;
+    int32_t dialToneWait = 0; // seconds
+    uint32_t guard = 0;       // seconds for the whole call; 0: no guard
+    int32_t line = 0;         // as the log names it
+    int32_t traceLevel = 0;
+    std::string counter; // the shared clipboard; empty: none
     std::string name = "outboundCaller";
     std::string logRoot;
     std::string trace; // a file; empty: standard error
-    int32_t traceLevel = 1;
+};
+
+// What the command line gives, which counts before the options file.
+struct CommandLine {
+    std::optional<std::string> options, number;
+    std::optional<int32_t> dialToneWait, guard, line, traceLevel;
+    bool showSettings = false;
 };
 
 struct Verdict {
@@ -109,6 +127,23 @@ Verdict placeCall(const Settings &call, unsigned id, chan_info *channel, std::of
     return {status, textOf(DIAL_VERDICTS, status)};
 }
 
+// One call more, in the clipboard that the callers share. The clock is held: a guard that ran here
+// would do so in the middle of the file's change.
+void countCall(const Settings &call) {
+    if (call.counter.empty())
+        return;
+    clkHold();
+    Clipboard *clipboard = modifyClipboard(call.counter.c_str());
+    getClipboard(clipboard);
+    const char *calls = findClipEntryValue(clipboard, "calls");
+    const std::string next = std::to_string((calls == nullptr ? 0 : atoi(calls)) + 1);
+    addClipEntry(clipboard, nullptr, "calls", next.c_str(), nullptr);
+    if (closeClipboard(clipboard) < 1)
+        fprintf(stderr, "outboundCaller: %s: cannot be written: not counted\n",
+                call.counter.c_str());
+    clkRelease();
+}
+
 // The call from seizing the line to releasing it, under the guard.
 Verdict guardedCall(const Settings &call, chan_info *channel, std::ofstream &trace) {
     const unsigned id = static_cast<unsigned>(getpid());
@@ -119,6 +154,7 @@ Verdict guardedCall(const Settings &call, chan_info *channel, std::ofstream &tra
     if (call.guard > 0 && clkTimeout(giveUp, argument, call.guard) == UINT32_MAX)
         fprintf(stderr, "outboundCaller: no timeout to be had: calling without a guard\n");
     Verdict verdict = placeCall(call, id, channel, trace);
+    countCall(call);
     if (call.guard > 0)
         clkKillTimeout(giveUp, argument);
     if (verdict.status == DIALER_INTERRUPTED && guardExpired != 0)
@@ -151,29 +187,64 @@ int run(const Settings &call) {
     return verdict.status == DIALER_REACHED ? 0 : 1;
 }
 
+// A handler of the application's own: optStr would leave the default's copy behind.
+void storeText(OptionEntry *entry, char *, char *value) {
+    *static_cast<std::string *>(entry->destination) =
+        value == nullptr ? entry->defaultValue : value;
+}
+
+// The options file's settings, the command line's over them.
+void settle(Settings &call, const CommandLine &given, const char *program) {
+    char NUMBER[] = "NUMBER", WAIT[] = "DIALTONE_WAIT", GUARD[] = "GUARD", LINE[] = "LINE",
+         LEVEL[] = "TRACE_LEVEL", COUNTER[] = "COUNTER";
+    char number[] = "5551234", wait[] = "5", guardTime[] = "60", one[] = "1", none[] = "";
+    int32_t guard = 0;
+    OptionEntry table[] = {
+        {NUMBER, number, storeText, &call.number},  {WAIT, wait, optInteger, &call.dialToneWait},
+        {GUARD, guardTime, optInteger, &guard},     {LINE, one, optInteger, &call.line},
+        {LEVEL, one, optInteger, &call.traceLevel}, {COUNTER, none, storeText, &call.counter},
+        {nullptr, nullptr, nullptr, nullptr}};
+    if (given.options)
+        setPrimaryOptionsFile(given.options->c_str());
+    processProgramOptions(program, table);
+    call.number = given.number.value_or(call.number);
+    call.dialToneWait = given.dialToneWait.value_or(call.dialToneWait);
+    call.guard = static_cast<uint32_t>(std::max(given.guard.value_or(guard), 0));
+    call.line = given.line.value_or(call.line);
+    call.traceLevel = given.traceLevel.value_or(call.traceLevel);
+    if (given.showSettings)
+        printf("settings: number %s, dial tone %d s, guard %u s, line %d, counter %s\n",
+               call.number.c_str(), call.dialToneWait, call.guard, call.line,
+               call.counter.empty() ? "none" : call.counter.c_str());
+}
+
 } // namespace
 
 int main(int argc, char **argv) {
     Settings call;
+    CommandLine given;
     CLI::App app("Places one outgoing call, logging each step.", "outboundCaller");
-    app.add_option("--number", call.number, "the number to dial")->capture_default_str();
-    app.add_option("--dialtone-wait", call.dialToneWait, "seconds to wait for dial tone")
-        ->check(CLI::Range(0, 3600))
-        ->capture_default_str();
-    app.add_option("--guard", call.guard, "seconds for the whole call, 0: any time")
-        ->check(CLI::Range(0, 86400))
-        ->capture_default_str();
-    app.add_option("--line", call.line, "the line's number in the log")->capture_default_str();
+    app.add_option("--options", given.options, "the options file, if not /etc/default's");
+    app.add_option("--number", given.number, "NUMBER: the number to dial (5551234)");
+    app.add_option("--dialtone-wait", given.dialToneWait, "DIALTONE_WAIT: seconds to wait (5)")
+        ->check(CLI::Range(0, 3600));
+    app.add_option("--guard", given.guard, "GUARD: seconds for the whole call, 0: any time (60)")
+        ->check(CLI::Range(0, 86400));
+    app.add_option("--line", given.line, "LINE: the line's number in the log (1)");
+    app.add_option("--trace-level", given.traceLevel, "TRACE_LEVEL: 0: no events (1)");
     app.add_option("--name", call.name, "the process's name in the log")->capture_default_str();
     app.add_option("--log-root", call.logRoot, "the log root, if not LOGROOT's");
     app.add_option("--trace", call.trace, "the file for the line's events, if not standard error");
-    app.add_option("--trace-level", call.traceLevel, "0: no events")->capture_default_str();
-    app.footer("The line script that VX_LINE_SCRIPT names tells what the line does.\n"
-               "Exit code: 0 answered, 1 not answered, 2 wrong usage.");
+    app.add_flag("--show-settings", given.showSettings, "print the settings in force");
+    app.footer(
+        "Names in capitals are those of the options file, which may also name a COUNTER: the\n"
+        "clipboard that counts the calls. The line script that VX_LINE_SCRIPT names tells what\n"
+        "the line does. Exit code: 0 answered, 1 not answered, 2 wrong usage.");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {
         return app.exit(error) == 0 ? 0 : 2;
     }
+    settle(call, given, argv[0]);
     return run(call);
 }

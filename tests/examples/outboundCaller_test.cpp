@@ -147,6 +147,24 @@ TEST(OutboundCaller, callsWithoutALogWhereNoDaemonAnswers) {
                                "without a log\n");
 }
 
+TEST(OutboundCaller, settingsComeFromTheFileAndTheCommandLineOverridesThem) {
+    const TempDir dir;
+    const std::string options = dir.write("options", "NUMBER=0800; GUARD=7 # seconds\nLINE=x\n");
+    const Call made =
+        call("refused.line", {"--options", options.c_str(), "--guard", "9", "--show-settings"});
+    EXPECT_EQ(made.result.out.substr(0, made.result.out.find('\n')),
+              "settings: number 0800, dial tone 5 s, guard 9 s, line 1, counter none");
+}
+
+TEST(OutboundCaller, callersShareACounter) {
+    const TempDir dir;
+    const std::string counter = dir.write("counter", "# calls made\ncalls=40 # so far\n");
+    const std::string options = dir.write("options", "COUNTER=" + counter + "\n");
+    call("refused.line", {"--options", options.c_str()});
+    call("refused.line", {"--options", options.c_str()});
+    EXPECT_EQ(dir.read("counter"), "# calls made\ncalls=42 # so far\n");
+}
+
 TEST(OutboundCaller, wrongUsageIsExitCode2WithNothingDone) {
     for (const char *option : {"--bogus", "--guard=-1", "--guard=x", "--dialtone-wait=3601"}) {
         const Call made = call("answered.line", {option});
