@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdarg>
 #include <cerrno>
 #include <climits>
 #include <cmath>
@@ -425,6 +426,19 @@ TEST(FmtStr, nextCallOverwritesTheSameStorage) {
     EXPECT_STREQ(first, "2");
     EXPECT_STREQ(fmtStr(""), "");
     EXPECT_STREQ(fmtStr(nullptr), "");
+}
+
+char *throughList(const char *format, ...) {
+    va_list args;
+    va_start(args, format);
+    char *text = vfmtStr(format, args);
+    va_end(args);
+    return text;
+}
+
+TEST(FmtStr, takesAnArgumentListToo) {
+    EXPECT_STREQ(throughList("%s=%d", "a", -7), "a=-7");
+    EXPECT_EQ(throughList("x"), fmtStr("y"));
 }
 
 TEST(FmtStr, growsPastItsFirstBlock) {

@@ -15,7 +15,7 @@ def main():
     plain = {name: re.sub(r"^_Z\d+(QN_[a-z0-9]+)P9chan_info.*", r"\1", name) for name in names if name}
     words = {}
     for path in sorted(glob.glob(os.path.join(tree, "tests", "*", "*_test.cpp"))):
-        words[os.path.basename(path)] = set(re.findall(r"\w+", open(path).read()))
+        words[os.path.relpath(path, os.path.join(tree, "tests"))] = set(re.findall(r"\w+", open(path).read()))
     untested = []
     for name in plain.values():
         files = [path for path, used in words.items() if name in used]
