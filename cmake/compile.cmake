@@ -12,6 +12,17 @@ if(QN_SANITIZE)
   add_link_options(-fsanitize=${QN_SANITIZE})
 endif()
 
+if(QN_FUZZ)
+  if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    message(FATAL_ERROR "QN_FUZZ needs clang, which brings libFuzzer")
+  endif()
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
+# clang links a sanitizer's runtime into the program alone: a library's references stay open until then.
+if(QN_SANITIZE AND CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+  set(QN_CLANG_SANITIZES ON)
+endif()
+
 add_library(qn_warnings INTERFACE)
 target_compile_options(qn_warnings INTERFACE
   -Wall -Wextra -Wpedantic -Werror -Wconversion -Wsign-conversion -Wshadow -Wcast-qual -Wcast-align
@@ -19,7 +30,11 @@ target_compile_options(qn_warnings INTERFACE
   -Wdouble-promotion -Wwrite-strings
   $<$<CXX_COMPILER_ID:GNU>:-Wduplicated-cond -Wduplicated-branches -Wlogical-op>
   # GCC 12 sees overlapping copies in "text" + std::string that are none.
-  $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>)
+  $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>
+  # clang warns of a format that a caller handed over with its argument list, and of a C header's
+  # open-ended array in C++.
+  $<$<CXX_COMPILER_ID:Clang>:-Wno-format-nonliteral>
+  $<$<COMPILE_LANG_AND_ID:CXX,Clang>:-Wno-c99-extensions>)
 
 if(QN_CLANG_TIDY)
   find_program(QN_CLANG_TIDY_PROGRAM clang-tidy REQUIRED)

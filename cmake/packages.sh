@@ -29,3 +29,4 @@ need() {
 
 BUILD_PACKAGES=(cmake ninja-build g++ g++-multilib libcli11-dev libtomlplusplus-dev)
 CHECK_PACKAGES=("${BUILD_PACKAGES[@]}" googletest clang-format python3 binutils)
+FUZZ_PACKAGES=("${BUILD_PACKAGES[@]}" clang libclang-rt-14-dev)
