@@ -28,5 +28,6 @@ need() {
 }
 
 BUILD_PACKAGES=(cmake ninja-build g++ g++-multilib libcli11-dev libtomlplusplus-dev)
-CHECK_PACKAGES=("${BUILD_PACKAGES[@]}" googletest clang-format python3 binutils)
+ABI_PACKAGES=("${BUILD_PACKAGES[@]}" abigail-tools)
+CHECK_PACKAGES=("${ABI_PACKAGES[@]}" googletest clang clang-format python3 binutils)
 FUZZ_PACKAGES=("${BUILD_PACKAGES[@]}" clang libclang-rt-14-dev)
