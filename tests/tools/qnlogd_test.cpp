@@ -8,16 +8,21 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <fcntl.h>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <memory>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
+#include <utility>
+#include <vector>
 
 using namespace std::string_literals;
 
@@ -171,6 +176,121 @@ TEST_F(Daemon, eachEndingSignalDrainsThePipe) {
     }
 }
 
+// Clients that write faster than any daemon reads: each waits for room and fills it at once.
+class Flood {
+  public:
+    explicit Flood(const std::string &pipe) {
+        signal(SIGPIPE, SIG_IGN);
+        for (int i = 0; i < 4; i++) {
+            const int fd = open(pipe.c_str(), O_WRONLY | O_CLOEXEC);
+            clients_.emplace_back([this, fd] {
+                const std::string bytes = framed("flood");
+                while (!over_ && write(fd, bytes.data(), bytes.size()) > 0)
+                    written_++;
+                close(fd);
+            });
+        }
+    }
+    ~Flood() {
+        over_ = true;
+        for (std::thread &each : clients_)
+            each.join();
+        signal(SIGPIPE, SIG_DFL);
+    }
+    Flood(const Flood &) = delete;
+    Flood &operator=(const Flood &) = delete;
+    size_t written() const { return written_; }
+
+  private:
+    std::atomic<bool> over_ = false;
+    std::atomic<size_t> written_ = 0;
+    std::vector<std::thread> clients_;
+};
+
+TEST_F(Daemon, endsOnSignalThoughThePipeIsNeverEmpty) {
+    start();
+    const Flood flood(pipe);
+    ASSERT_TRUE(await([&] { return flood.written() > 50000; }));
+    kill(tool->pid(), SIGTERM);
+    const bool ended = await([&] { return !tool->running(); }, 5);
+    if (!ended)
+        kill(tool->pid(), SIGKILL); // else the clients would go on for ever
+    EXPECT_TRUE(ended);
+    EXPECT_EQ(0, tool->finish().exitCode);
+}
+
+TEST_F(Daemon, endsOnSignalThoughItsRootIsGone) {
+    for (const bool flooded : {false, true}) {
+        const TempDir other;
+        const std::string root = other.file("root");
+        ASSERT_EQ(0, mkdir(root.c_str(), 0700));
+        ToolProcess gone(PROGRAM, {"--log-root", root});
+        ASSERT_TRUE(gone.awaitOut("reading "));
+        std::unique_ptr<Flood> flood;
+        if (flooded)
+            flood = std::make_unique<Flood>(root + "/logpipe");
+        std::filesystem::remove_all(root);
+        if (flooded)
+            await([&] { return flood->written() > 50000; });
+        kill(gone.pid(), SIGTERM);
+        const bool ended = await([&] { return !gone.running(); }, 5);
+        if (!ended)
+            kill(gone.pid(), SIGKILL);
+        EXPECT_TRUE(ended) << (flooded ? "with" : "without") << " clients";
+    }
+}
+
+static long ticksOfCpu(pid_t pid) {
+    const std::string status = fileText("/proc/" + std::to_string(pid) + "/stat");
+    long user = -1;
+    long system = -1;
+    if (sscanf(status.c_str() + status.rfind(')') + 1,
+               " %*c %*d %*d %*d %*d %*d %*u %*u %*u %*u %*u %ld %ld", &user, &system) != 2)
+        return -1;
+    return user + system;
+}
+
+TEST_F(Daemon, waitsWithoutCpuOnceItsRootIsGone) {
+    start();
+    send(framed("a"));
+    ASSERT_TRUE(awaitFile(record("a") + "\n"));
+    std::filesystem::remove_all(dir.path());
+    send(framed("b"));
+    kill(tool->pid(), SIGHUP);
+    ASSERT_TRUE(tool->awaitErr(": going on with the file that was open\n"));
+    disconnect();
+    const long before = ticksOfCpu(tool->pid());
+    const timespec aWhile = {0, 500'000'000}; // what it costs meanwhile is the subject
+    nanosleep(&aWhile, nullptr);
+    EXPECT_LE(ticksOfCpu(tool->pid()) - before, 5);
+    const ToolResult result = end();
+    EXPECT_EQ(0, result.exitCode);
+    EXPECT_EQ("reading " + pipe + "\n2 records written\n", result.out);
+}
+
+// What clients were told was sent must not stay in the pipe when nobody reads it any more.
+TEST_F(Daemon, whatIsSentWhileItEndsIsWritten) {
+    for (int round = 0; round < 3; round++) {
+        unlink(pipe.c_str());
+        unlink(file.c_str());
+        start();
+        size_t sent = 0;
+        {
+            const Flood flood(pipe);
+            ASSERT_TRUE(await([&] { return flood.written() > 2000; }));
+            kill(tool->pid(), SIGTERM);
+            const bool ended = await([&] { return !tool->running(); }, 20);
+            if (!ended)
+                kill(tool->pid(), SIGKILL);
+            ASSERT_TRUE(ended);
+            await([&] { return sent == std::exchange(sent, flood.written()); }); // all gave up
+        }
+        const std::string text = fileText(file);
+        EXPECT_EQ(sent, static_cast<size_t>(std::count(text.begin(), text.end(), '\n')));
+        EXPECT_EQ("", tool->err());
+    }
+}
+
 TEST_F(Daemon, hangupReopensTheFile) {
     start();
     send(framed("a"));
@@ -242,6 +362,20 @@ TEST_F(Daemon, halfAFrameLeftBehindCostsOnlyItself) {
               tool->err());
     send(framed("d")); // the frames that come later are in step
     EXPECT_TRUE(await([&] { return fileText(file).find(record("d")) != std::string::npos; }));
+}
+
+TEST_F(Daemon, aFrameWithinTheArgumentOfACutFrameIsNoFrame) {
+    leaveBehind(framed("x" + framed("inner") + "y").substr(30) + framed("a") + framed("b"));
+    start();
+    EXPECT_TRUE(await([&] { return !fileText(file).empty(); }));
+    EXPECT_EQ(record("a") + "\n" + record("b") + "\n", fileText(file));
+}
+
+TEST_F(Daemon, linesLeftBehindAreTakenToo) {
+    leaveBehind(framed("a") + "   00000001" + record("line") + "\n" + framed("b"));
+    start();
+    EXPECT_TRUE(awaitFile(record("a") + "\n" + record("line") + "\n" + record("b") + "\n"));
+    EXPECT_EQ("", tool->err());
 }
 
 TEST_F(Daemon, aPipeLeftInOrderLosesNothing) {

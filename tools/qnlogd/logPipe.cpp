@@ -19,9 +19,9 @@ constexpr int WANTED_CAPACITY = 1 << 20; // a burst waits here instead of being 
 
 LogPipe::~LogPipe() {
     if (channel_.fd >= 0)
-        close(channel_.fd);
+        ::close(channel_.fd);
     if (writer_ >= 0)
-        close(writer_);
+        ::close(writer_);
     free(channel_.buffer);
 }
 
@@ -33,28 +33,26 @@ void LogPipe::open(mode_t mode) {
     channel_.fd = ::open(path_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     if (channel_.fd < 0)
         throw systemFailure(path_, errno);
-    // Two that started together both found no reader.
-    if (flock(channel_.fd, LOCK_EX | LOCK_NB) != 0)
-        throw errno == EWOULDBLOCK ? WorkFailed(path_ + ": another daemon reads it")
-                                   : systemFailure(path_, errno);
     writer_ = ::open(path_.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
     if (writer_ < 0)
         throw systemFailure(path_, errno);
+    // Two that started together both found no reader. The lock is the writing end's: the reading
+    // one is closed first.
+    if (flock(writer_, LOCK_EX | LOCK_NB) != 0)
+        throw errno == EWOULDBLOCK ? WorkFailed(path_ + ": another daemon reads it")
+                                   : systemFailure(path_, errno);
     fcntl(channel_.fd, F_SETPIPE_SZ, WANTED_CAPACITY); // as it was, where that is not allowed
 }
 
-size_t LogPipe::capacity() const {
-    const int size = fcntl(channel_.fd, F_GETPIPE_SZ);
-    return size > 0 ? static_cast<size_t>(size) : 65536;
+size_t LogPipe::waiting() const {
+    int bytes = 0;
+    return ioctl(writer_, FIONREAD, &bytes) == 0 && bytes > 0 ? static_cast<size_t>(bytes) : 0;
 }
 
 /* Only what is there now: clients write whole frames, so that it ends with one, and what they write
    meanwhile begins with one. */
-void LogPipe::recover(const Consumer &consume) {
-    int waiting = 0;
-    if (ioctl(channel_.fd, FIONREAD, &waiting) != 0 || waiting <= 0)
-        return;
-    std::string bytes(static_cast<size_t>(waiting), '\0');
+void LogPipe::takeWaiting(bool inStep, const char *when, const Consumer &consume) const {
+    std::string bytes(waiting(), '\0');
     size_t done = 0;
     while (done < bytes.size()) {
         const ssize_t count = read(channel_.fd, bytes.data() + done, bytes.size() - done);
@@ -63,12 +61,32 @@ void LogPipe::recover(const Consumer &consume) {
         done += count > 0 ? static_cast<size_t>(count) : 0;
     }
     bytes.resize(done);
-    salvage(bytes, "at the start", consume);
+    salvage(bytes, inStep, when, consume);
+}
+
+void LogPipe::recover(const Consumer &consume) {
+    takeWaiting(false, "at the start", consume);
+}
+
+/* While nobody reads, no write succeeds, and the writing end keeps what the pipe holds. By the
+   descriptor's name, since another pipe may have the path by now. */
+bool LogPipe::close(const Consumer &consume) {
+    if (channel_.fd < 0)
+        channel_.fd = ::open(("/proc/self/fd/" + std::to_string(writer_)).c_str(),
+                             O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (channel_.fd < 0)
+        throw systemFailure(path_, errno);
+    takeWaiting(channel_.flags == 0, "at the end", consume);
+    channel_.flags = 0;
+    ::close(channel_.fd);
+    channel_.fd = -1;
+    return waiting() == 0;
 }
 
 // The frames among bytes that are not one themselves; the rest is reported.
-void LogPipe::salvage(std::string_view bytes, const char *when, const Consumer &consume) const {
-    const Recovered found = recoverFrames(bytes);
+void LogPipe::salvage(std::string_view bytes, bool inStep, const char *when,
+                      const Consumer &consume) const {
+    const Recovered found = recoverFrames(bytes, inStep);
     for (const std::string_view body : found.bodies)
         consume(body);
     if (found.discarded > 0)
@@ -90,7 +108,7 @@ void LogPipe::takeBody(std::string_view body, const Consumer &consume) {
     if (whole && hasDestination(body))
         consume(body);
     else
-        salvage(body, whole ? "in a frame" : "in a frame that is not whole", consume);
+        salvage(body, false, whole ? "in a frame" : "in a frame that is not whole", consume);
     if (static_cast<size_t>(channel_.capacity) <= MAX_BUFFER_KEPT)
         return;
     free(channel_.buffer);

@@ -26,24 +26,29 @@ class LogPipe {
     /* Takes what the pipe holds at this moment, raw, and hands over the whole frames in it. To be
        done once, before the first receive. */
     void recover(const Consumer &consume);
+    /* Hands over what the pipe holds and stops reading, so that clients are refused. False when
+       they wrote in between, which is still in the pipe: to be called again, until it is true. */
+    bool close(const Consumer &consume);
     enum class Received { SOMETHING, NOTHING };
     /* One frame, if there is one: never waits. Readable tells that bytes are known to be there:
        when they give nothing they were discarded, and that is reported too. What is no record
        behind a destination is reported and discarded; consume sees only bodies that have one. */
     Received receive(bool readable, const Consumer &consume);
     int fd() const { return channel_.fd; }
-    /* Bytes that it can hold. */
-    size_t capacity() const;
+    /* Bytes that it holds at this moment. */
+    size_t waiting() const;
 
   private:
-    void salvage(std::string_view bytes, const char *when, const Consumer &consume) const;
+    void takeWaiting(bool inStep, const char *when, const Consumer &consume) const;
+    void salvage(std::string_view bytes, bool inStep, const char *when,
+                 const Consumer &consume) const;
     void takeBody(std::string_view body, const Consumer &consume);
     bool reportDiscarded() const; // whether there was anything
     void reportFailure(int failure);
 
     std::string path_;
     IpcChannel channel_ = {-1, 0, 0, 0, nullptr};
-    int writer_ = -1; // held so that the last client's close is no end of file
+    int writer_ = -1; // held so that the last client's close is no end of file; locked
 };
 
 #endif

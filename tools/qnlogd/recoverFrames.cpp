@@ -5,8 +5,9 @@
 #include <algorithm>
 #include <cctype>
 #include <charconv>
+#include <climits>
 
-constexpr size_t SHORT_HEADER = 3; // three digits, or "<", a digit and ">"
+constexpr size_t SHORT_HEADER = 3; // three digits, three blanks, or "<", a digit and ">"
 
 static bool allDigits(std::string_view text) {
     return !text.empty() && std::all_of(text.begin(), text.end(),
@@ -31,6 +32,11 @@ static bool isRecord(std::string_view body) {
 // none.
 static std::string_view frameBody(std::string_view bytes) {
     std::string_view digits = bytes.substr(0, SHORT_HEADER);
+    if (digits == "   ") { // a line, with its end
+        const size_t end = bytes.find('\n');
+        return end == std::string_view::npos ? std::string_view()
+                                             : bytes.substr(SHORT_HEADER, end + 1 - SHORT_HEADER);
+    }
     size_t header = SHORT_HEADER;
     if (bytes.size() > SHORT_HEADER && bytes[0] == '<' && allDigits(bytes.substr(1, 1)) &&
         bytes[2] == '>') {
@@ -44,10 +50,32 @@ static std::string_view frameBody(std::string_view bytes) {
     return bytes.size() - header < length ? std::string_view() : bytes.substr(header, length);
 }
 
-Recovered recoverFrames(std::string_view bytes) {
+static bool framesReachTheEnd(std::string_view bytes) {
+    bool first = true;
+    while (!bytes.empty()) {
+        const std::string_view body = frameBody(bytes);
+        if (body.empty() || !(first ? isRecord(body) : hasDestination(body)))
+            return false;
+        bytes.remove_prefix(static_cast<size_t>(body.data() + body.size() - bytes.data()));
+        first = false;
+    }
+    return !first;
+}
+
+// The bytes before the frames that reach the end, when they can be one frame cut short; else 0.
+static size_t cutFrame(std::string_view bytes) {
+    const size_t most = std::min<size_t>(bytes.size(), PIPE_BUF);
+    for (size_t at = 0; at < most; at++)
+        if (framesReachTheEnd(bytes.substr(at)))
+            return at;
+    return 0;
+}
+
+Recovered recoverFrames(std::string_view bytes, bool inStep) {
     Recovered result;
-    bool inStep = false; // the place is right behind a frame
-    for (size_t at = 0; at < bytes.size();) {
+    result.discarded = inStep ? 0 : cutFrame(bytes);
+    result.sample = bytes.substr(0, std::min(result.discarded, SAMPLE_BYTES));
+    for (size_t at = result.discarded; at < bytes.size();) {
         const std::string_view body = frameBody(bytes.substr(at));
         inStep = !body.empty() && (inStep ? hasDestination(body) : isRecord(body));
         if (inStep) {
