@@ -444,6 +444,30 @@ TEST_F(Daemon, tornLineOfTheFileIsEnded) {
     EXPECT_TRUE(awaitFile("half a rec\n" + record("a") + "\n"));
 }
 
+// What a killed daemon's write may leave: each beginning of a record that is none yet.
+TEST_F(Daemon, partOfARecordAtTheEndIsTakenBack) {
+    const std::string whole = record("a\n12");
+    for (const size_t part : {size_t{1}, size_t{3}, size_t{4}, size_t{5}, size_t{9}, size_t{14},
+                              size_t{25}, whole.size() - 2, whole.size() - 1}) {
+        unlink(pipe.c_str());
+        disconnect();
+        dir.write("logfile", "text\n" + record("old") + "\n" + whole.substr(0, part));
+        start();
+        send(framed("new"));
+        EXPECT_TRUE(awaitFile("text\n" + record("old") + "\n" + record("new") + "\n")) << part;
+        EXPECT_EQ("qnlogd: " + file + ": part of a record at its end is taken back, " +
+                      std::to_string(part) + " bytes\n",
+                  tool->err());
+    }
+}
+
+TEST_F(Daemon, aWholeRecordWithoutItsLineFeedStays) {
+    dir.write("logfile", record("old"));
+    start();
+    send(framed("a"));
+    EXPECT_TRUE(awaitFile(record("old") + "\n" + record("a") + "\n"));
+}
+
 TEST_F(Daemon, aFileThatEndsWellIsOnlyAppendedTo) {
     dir.write("logfile", "old\n");
     start();

@@ -1,8 +1,10 @@
 #include "logFile.h"
 
 #include "../common/report.h"
+#include "log/logMsg.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
@@ -27,16 +29,59 @@ void LogFile::open() {
     fd_ = openLog(path_);
     if (fd_ < 0)
         throw systemFailure(path_, errno);
-    noteTornTail();
+    mendTail();
 }
 
-void LogFile::noteTornTail() {
+static bool beginsRecord(const std::string &line) {
+    return typeOfCmpLog(line.c_str(), nullptr, nullptr, nullptr, nullptr) >= 0;
+}
+
+// Whether the text could become a record's head: digits, a blank, FS, the priority, the time.
+static bool mayBecomeRecord(std::string_view text) {
+    size_t at = 0;
+    while (at < text.size() && isdigit(static_cast<unsigned char>(text[at])) != 0)
+        at++;
+    for (const char each : {' ', '\x1C'})
+        if (at > 0 && at < text.size() && text[at++] != each)
+            return false;
+    return at > 0 && std::all_of(text.begin() + static_cast<ptrdiff_t>(at), text.end(), [](char c) {
+               return isxdigit(static_cast<unsigned char>(c)) != 0;
+           });
+}
+
+// Bytes at the end that are a record's beginning: an argument may hold line feeds, so that it may
+// have begun lines ago.
+static size_t partOfRecord(std::string_view tail) {
+    constexpr char GS = '\x1D';
+    const size_t ended = tail.rfind(GS) + 1; // 0 where there is none
+    const size_t last = tail.rfind('\n') + 1;
+    for (size_t from = last; from >= ended; from = tail.rfind('\n', from - 2) + 1) {
+        if (beginsRecord(std::string(tail.substr(from, tail.find('\n', from) - from))))
+            return tail.size() - from;
+        if (from < 2)
+            break;
+    }
+    return last >= ended && mayBecomeRecord(tail.substr(last)) ? tail.size() - last : 0;
+}
+
+/* Only where the file does not end in a line feed: what does may be whole. */
+void LogFile::mendTail() {
+    constexpr off_t SEEN = 65536;
     struct stat status = {};
-    char last = '\n';
-    if (fstat(fd_, &status) == 0 && S_ISREG(status.st_mode) && status.st_size > 0 &&
-        pread(fd_, &last, 1, status.st_size - 1) != 1)
-        last = '\n';
-    tornTail_ = last != '\n';
+    tornTail_ = false;
+    if (fstat(fd_, &status) != 0 || !S_ISREG(status.st_mode) || status.st_size == 0)
+        return;
+    const off_t from = std::max<off_t>(0, status.st_size - SEEN);
+    std::string tail(static_cast<size_t>(status.st_size - from), '\0');
+    if (pread(fd_, tail.data(), tail.size(), from) != static_cast<ssize_t>(tail.size()) ||
+        tail.back() == '\n')
+        return;
+    const size_t part = partOfRecord(tail);
+    tornTail_ = part == 0 || ftruncate(fd_, status.st_size - static_cast<off_t>(part)) != 0;
+    if (!tornTail_)
+        reportError(path_, 0,
+                    "part of a record at its end is taken back, " + std::to_string(part) +
+                        " bytes");
 }
 
 void LogFile::reopen() {
@@ -49,7 +94,7 @@ void LogFile::reopen() {
     }
     close(fd_);
     fd_ = fd;
-    noteTornTail(); // what the old file did not take is still kept, and goes to this one
+    mendTail(); // what the old file did not take is still kept, and goes to this one
 }
 
 void LogFile::add(std::string_view record) {

@@ -3,9 +3,9 @@
  *
  * A write that fails (a full disk) is reported once and the records are kept; who flushes tries
  * again, each second at least while failing() tells so. The file never ends in part of a record:
- * what a failed write left of one is taken back, and what a killed predecessor left is ended with a
- * line feed. Whoever adds asks full() first: that is the bound, which one record may pass, and at
- * the start what the pipe held. */
+ * what a failed write or a killed predecessor left of one is taken back, and another line without
+ * its end is given one. Whoever adds asks full() first: that is the bound, which one record may
+ * pass, and at the start what the pipe held. */
 #ifndef TOOLS_QNLOGD_LOGFILE_H
 #define TOOLS_QNLOGD_LOGFILE_H
 
@@ -42,7 +42,7 @@ class LogFile {
     bool writeKept();
     void takeBackPart(size_t done);
     void reportFailure(int errorNumber);
-    void noteTornTail();
+    void mendTail();
 
     std::string path_;
     size_t bound_;
