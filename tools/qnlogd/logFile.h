@@ -30,7 +30,7 @@ class LogFile {
     /* Adds the record and its line feed to what is kept. */
     void add(std::string_view record);
     /* Whether the bound is reached: nothing may be added. */
-    bool full() const { return kept_.size() >= bound_; }
+    bool full() const { return kept_.size() + ends_.size() * sizeof ends_[0] >= bound_; }
     bool failing() const { return failing_; }
     /* Writes what is kept; false when some stays. */
     bool flush();

@@ -1,10 +1,12 @@
-/* The named pipe that clients log through, as its one reader. */
+/* The named pipe that clients log through, as its one reader. It reads blocks, not frames, as the
+ * library's channel would: that costs a fraction, and bounds the memory that a hostile writer can
+ * have, which a frame's own announcement would not. */
 #ifndef TOOLS_QNLOGD_LOGPIPE_H
 #define TOOLS_QNLOGD_LOGPIPE_H
 
-#include "core/ipcComm.h"
+#include "frameReader.h"
 
-#include <cstdint>
+#include <cstddef>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -29,26 +31,28 @@ class LogPipe {
     /* Hands over what the pipe holds and stops reading, so that clients are refused. False when
        they wrote in between, which is still in the pipe: to be called again, until it is true. */
     bool close(const Consumer &consume);
-    enum class Received { SOMETHING, NOTHING };
-    /* One frame, if there is one: never waits. Readable tells that bytes are known to be there:
-       when they give nothing they were discarded, and that is reported too. What is no record
-       behind a destination is reported and discarded; consume sees only bodies that have one. */
-    Received receive(bool readable, const Consumer &consume);
-    int fd() const { return channel_.fd; }
+    /* One block of what is there, never waiting; answers its size in bytes, 0 when the pipe is
+       empty. What is no record behind a destination is reported, once for a block, and discarded;
+       consume sees only bodies that have one. */
+    size_t receive(const Consumer &consume);
+    int fd() const { return fd_; }
     /* Bytes that it holds at this moment. */
     size_t waiting() const;
 
   private:
-    void takeWaiting(bool inStep, const char *when, const Consumer &consume) const;
-    void salvage(std::string_view bytes, bool inStep, const char *when,
-                 const Consumer &consume) const;
+    std::string readWaiting() const;
     void takeBody(std::string_view body, const Consumer &consume);
-    bool reportDiscarded() const; // whether there was anything
-    void reportFailure(int failure);
+    void salvage(std::string_view bytes, const Consumer &consume);
+    void takePieces(bool drained, const Consumer &consume);
+    void reportDamage(const char *when);
 
     std::string path_;
-    IpcChannel channel_ = {-1, 0, 0, 0, nullptr};
+    int fd_ = -1;
     int writer_ = -1; // held so that the last client's close is no end of file; locked
+    FrameReader frames_;
+    size_t damaged_ = 0;     // bytes that were no record and are not reported yet
+    std::string sample_;     // the first of these
+    size_t emptyFrames_ = 0; // likewise
 };
 
 #endif

@@ -26,7 +26,7 @@ disk is full it keeps records up to --keep bytes; then it stops reading, so that
 see their records refused.)";
 
 constexpr size_t DEFAULT_KEEP = 16 << 20;
-constexpr size_t BATCH_FRAMES = 1000; // between two looks at the signals
+constexpr size_t BATCH_BYTES = 128 << 10; // between two looks at the signals
 
 struct Arguments {
     std::string root = defaultLogRoot();
@@ -90,12 +90,12 @@ class Daemon {
         file_.flush();
         tell("reading " + arguments_.root + "/logpipe");
         while (!endAsked) {
-            const bool readable = wait(whileWaiting);
+            wait(whileWaiting);
             if (reopenAsked) {
                 reopenAsked = 0;
                 file_.reopen();
             }
-            receiveBatch(readable);
+            receiveBatch();
             file_.flush();
         }
         return end();
@@ -109,9 +109,8 @@ class Daemon {
         fflush(stdout);
     }
 
-    // Until there is something to read, a signal, or time to try the file again; whether it is the
-    // first.
-    bool wait(const sigset_t &whileWaiting) const {
+    // Until there is something to read, a signal, or time to try the file again.
+    void wait(const sigset_t &whileWaiting) const {
         constexpr timespec RETRY = {1, 0};
         pollfd each = {file_.full() ? -1 : pipe_.fd(), POLLIN, 0};
         const int count = ppoll(&each, 1, file_.failing() ? &RETRY : nullptr, &whileWaiting);
@@ -119,7 +118,6 @@ class Daemon {
             throw systemFailure("ppoll", errno);
         if (count > 0)
             letSignalsIn(whileWaiting);
-        return count > 0;
     }
 
     void take(std::string_view body) {
@@ -129,22 +127,29 @@ class Daemon {
         file_.add(record);
     }
 
-    bool receiveBatch(bool readable) {
-        for (size_t count = 0; count < BATCH_FRAMES && !file_.full(); count++, readable = false)
-            if (pipe_.receive(readable, consumer_) == LogPipe::Received::NOTHING)
-                return false;
-        return true;
+    // Answers the bytes that came; 0 when the pipe is empty or the file takes no more.
+    size_t receiveBatch() {
+        size_t bytes = 0;
+        while (bytes < BATCH_BYTES && !file_.full()) {
+            const size_t count = pipe_.receive(consumer_);
+            if (count == 0)
+                break;
+            bytes += count;
+        }
+        return bytes;
     }
 
     /* Everything that clients were told is sent is still taken, but those that go on writing must
        not keep the daemon alive: what the pipe holds now comes first, and then it is closed until
        nothing was written in the meantime. */
     int end() {
-        constexpr size_t SMALLEST_FRAME = DESTINATION_BYTES + 4; // with a record
         constexpr int CLOSINGS = 10000; // one in two or so finds nothing, however busy the clients
-        size_t frames = pipe_.waiting() / SMALLEST_FRAME + 1;
-        while (frames > 0 && receiveBatch(false) && file_.flush())
-            frames -= std::min(frames, BATCH_FRAMES);
+        for (size_t left = pipe_.waiting() + 1, count = 1; left > 0 && count > 0;) {
+            count = receiveBatch();
+            left -= std::min(left, count);
+            if (!file_.flush())
+                break;
+        }
         for (int left = CLOSINGS; left > 0 && file_.flush() && !pipe_.close(consumer_); left--) {
         }
         const size_t lost = file_.end();

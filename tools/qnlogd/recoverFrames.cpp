@@ -1,18 +1,12 @@
 #include "recoverFrames.h"
 
+#include "frameHeader.h"
+
 #include "log/logMsg.h"
 
 #include <algorithm>
 #include <cctype>
-#include <charconv>
 #include <climits>
-
-constexpr size_t SHORT_HEADER = 3; // three digits, three blanks, or "<", a digit and ">"
-
-static bool allDigits(std::string_view text) {
-    return !text.empty() && std::all_of(text.begin(), text.end(),
-                                        [](unsigned char c) { return c >= '0' && c <= '9'; });
-}
 
 bool hasDestination(std::string_view body) {
     const std::string_view digits = body.substr(0, DESTINATION_BYTES);
@@ -21,33 +15,25 @@ bool hasDestination(std::string_view body) {
            });
 }
 
+// By its head alone: a bound on what hostile bytes cost, where a header can stand at each of them.
 static bool isRecord(std::string_view body) {
+    constexpr size_t HEAD_BYTES = 4096;
     if (!hasDestination(body))
         return false;
-    const std::string text(body.substr(DESTINATION_BYTES));
+    const std::string text(body.substr(DESTINATION_BYTES, HEAD_BYTES));
     return typeOfCmpLog(text.c_str(), nullptr, nullptr, nullptr, nullptr) >= 0;
 }
 
 // The body of the frame that begins there, if its header is sound and all of it is there; else
 // none.
 static std::string_view frameBody(std::string_view bytes) {
-    std::string_view digits = bytes.substr(0, SHORT_HEADER);
-    if (digits == "   ") { // a line, with its end
-        const size_t end = bytes.find('\n');
-        return end == std::string_view::npos ? std::string_view()
-                                             : bytes.substr(SHORT_HEADER, end + 1 - SHORT_HEADER);
-    }
-    size_t header = SHORT_HEADER;
-    if (bytes.size() > SHORT_HEADER && bytes[0] == '<' && allDigits(bytes.substr(1, 1)) &&
-        bytes[2] == '>') {
-        digits = bytes.substr(SHORT_HEADER, static_cast<size_t>(bytes[1] - '0'));
-        header += digits.size();
-    }
-    size_t length = 0;
-    if (digits.size() < SHORT_HEADER || !allDigits(digits))
+    const FrameHeader header = readFrameHeader(bytes);
+    const std::string_view behind = bytes.substr(std::min(header.size, bytes.size()));
+    if (header.kind == FrameHeader::LINE)
+        return behind.substr(0, behind.find('\n') + 1); // without its end: nothing
+    if (header.kind != FrameHeader::COUNTED || behind.size() < header.length)
         return {};
-    std::from_chars(digits.data(), digits.data() + digits.size(), length);
-    return bytes.size() - header < length ? std::string_view() : bytes.substr(header, length);
+    return behind.substr(0, header.length);
 }
 
 static bool framesReachTheEnd(std::string_view bytes) {
@@ -83,9 +69,11 @@ Recovered recoverFrames(std::string_view bytes, bool inStep) {
             at = static_cast<size_t>(body.data() + body.size() - bytes.data());
             continue;
         }
-        if (result.discarded++ < SAMPLE_BYTES)
-            result.sample += bytes[at];
-        at++;
+        // On to the next byte that a header can begin with.
+        const size_t next = std::min(bytes.find_first_of("0123456789< ", at + 1), bytes.size());
+        result.sample += bytes.substr(at, std::min(next - at, SAMPLE_BYTES - result.sample.size()));
+        result.discarded += next - at;
+        at = next;
     }
     return result;
 }
