@@ -98,3 +98,13 @@ TEST(Qnclip, severalAtOnceLoseNoChange) {
     const std::string list = clip.run({"list"}).out;
     EXPECT_EQ(12, std::count(list.begin(), list.end(), '\n'));
 }
+
+TEST(Qnclip, aTerminalNeverSeesControlsOfAFile) {
+    Clip clip;
+    clip.dir.write("clip", "A='x\x1B[2J'\n");
+    EXPECT_EQ("x<33>[2J\n", runOnTerminal(PROGRAM, {clip.path, "get", "A"}, 80));
+    EXPECT_EQ("A=\"x<33>[2J\"\n", runOnTerminal(PROGRAM, {clip.path, "list"}, 80));
+    EXPECT_EQ("x\x1B[2J\n", clip.run({"get", "A"}).out);
+    EXPECT_EQ("qnclip: <33>[2Jnone: No such file or directory\n",
+              runOnTerminal(PROGRAM, {"\x1B[2Jnone", "get", "A"}, 80));
+}

@@ -11,9 +11,7 @@
 #include <fcntl.h>
 #include <fstream>
 #include <iterator>
-#include <pty.h>
 #include <signal.h>
-#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -278,36 +276,11 @@ TEST(Coloured, notInAPipeAndNotWhenRefused) {
     EXPECT_EQ(DOWN_TEXT, showShort(DOWN + "\n", {"--color", "never"}).out);
 }
 
-// The program with a terminal of 30 columns as its standard output; what the terminal was sent,
-// with the line ends that the terminal makes taken back.
+// On a terminal of 30 columns.
 static std::string shownOnTerminal(std::vector<std::string> arguments,
                                    const std::vector<std::string> &variables) {
-    int terminal = -1;
-    winsize size = {24, 30, 0, 0};
-    arguments.insert(arguments.begin(), {PROGRAM, "--log-root", ROOT, "--format", "%N %M"});
-    const pid_t child = forkpty(&terminal, nullptr, nullptr, &size);
-    if (child == 0) {
-        for (const char *name :
-             {"NO_COLOR", "LOGCOLUMN", "LOGFORMAT", "LOGCONTPREFIX", "TEXTLOGFMT"})
-            unsetenv(name);
-        setenv("TERM", "xterm", 1);
-        for (const std::string &each : variables)
-            putenv(const_cast<char *>(each.c_str()));
-        std::vector<char *> words;
-        for (const std::string &argument : arguments)
-            words.push_back(const_cast<char *>(argument.c_str()));
-        words.push_back(nullptr);
-        execv(PROGRAM.c_str(), words.data());
-        _exit(127);
-    }
-    std::string shown;
-    char block[4096];
-    for (ssize_t count; (count = read(terminal, block, sizeof block)) > 0;)
-        shown.append(block, static_cast<size_t>(count));
-    close(terminal);
-    waitpid(child, nullptr, 0);
-    shown.erase(std::remove(shown.begin(), shown.end(), '\r'), shown.end());
-    return shown;
+    arguments.insert(arguments.begin(), {"--log-root", ROOT, "--format", "%N %M"});
+    return runOnTerminal(PROGRAM, arguments, 30, variables);
 }
 
 TEST(Terminal, coloursAndWrapsAtItsWidth) {

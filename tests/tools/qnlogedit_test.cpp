@@ -105,3 +105,10 @@ TEST(Qnlogedit, mistakesAnswerTwoAndHelpFitsAScreen) {
     EXPECT_LE(std::count(help.begin(), help.end(), '\n'), 24);
     EXPECT_EQ("qnlogedit ", runTool(PROGRAM, {"--version"}).out.substr(0, 10));
 }
+
+TEST(Qnlogedit, aTerminalNeverSeesControlsOfALog) {
+    const TempDir dir;
+    const std::string log = dir.write("log", RECORD + "\nfree \x1B[2J text\n");
+    EXPECT_EQ("12 <34>35A0B1C2Dprog f.c:40<34>a<34><35>\nfree <33>[2J text\n",
+              runOnTerminal(PROGRAM, {log}, 80));
+}

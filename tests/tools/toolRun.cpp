@@ -2,10 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
+#include <pty.h>
 #include <signal.h>
+#include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <time.h>
@@ -40,16 +43,22 @@ static void setVariables(const std::vector<std::string> &variables) {
     }
 }
 
+static std::vector<char *> wordsOf(const std::string &program,
+                                   const std::vector<std::string> &arguments) {
+    std::vector<char *> words = {const_cast<char *>(program.c_str())};
+    for (const std::string &argument : arguments)
+        words.push_back(const_cast<char *>(argument.c_str()));
+    words.push_back(nullptr);
+    return words;
+}
+
 ToolProcess::ToolProcess(const std::string &program, const std::vector<std::string> &arguments,
                          const std::string &input, const std::vector<std::string> &variables)
     : out_(unnamedFile()), err_(unnamedFile()) {
     const int in = unnamedFile();
     EXPECT_EQ(static_cast<ssize_t>(input.size()), write(in, input.data(), input.size()));
     lseek(in, 0, SEEK_SET);
-    std::vector<char *> words = {const_cast<char *>(program.c_str())};
-    for (const std::string &argument : arguments)
-        words.push_back(const_cast<char *>(argument.c_str()));
-    words.push_back(nullptr);
+    std::vector<char *> words = wordsOf(program, arguments);
     fflush(nullptr);
     pid_ = fork();
     if (pid_ == 0) {
@@ -102,6 +111,29 @@ ToolResult ToolProcess::finish(int timeLimitSeconds) {
     result.out = out();
     result.err = err();
     return result;
+}
+
+std::string runOnTerminal(const std::string &program, const std::vector<std::string> &arguments,
+                          unsigned short columns, const std::vector<std::string> &variables) {
+    int terminal = -1;
+    winsize size = {24, columns, 0, 0};
+    fflush(nullptr);
+    const pid_t child = forkpty(&terminal, nullptr, nullptr, &size);
+    if (child == 0) {
+        setenv("TERM", "xterm", 1);
+        setVariables(variables);
+        std::vector<char *> words = wordsOf(program, arguments);
+        execv(program.c_str(), words.data());
+        _exit(127);
+    }
+    std::string shown;
+    char block[4096];
+    for (ssize_t count; (count = read(terminal, block, sizeof block)) > 0;)
+        shown.append(block, static_cast<size_t>(count));
+    close(terminal);
+    waitpid(child, nullptr, 0);
+    shown.erase(std::remove(shown.begin(), shown.end(), '\r'), shown.end());
+    return shown;
 }
 
 ToolResult runTool(const std::string &program, const std::vector<std::string> &arguments,

@@ -43,6 +43,11 @@ class ToolProcess {
 ToolResult runTool(const std::string &program, const std::vector<std::string> &arguments,
                    const std::string &input = "", const std::vector<std::string> &variables = {});
 
+/* Runs the tool to its end on a terminal of so many columns, for both streams; answers what the
+   terminal was sent, with the line ends that the terminal makes taken back. */
+std::string runOnTerminal(const std::string &program, const std::vector<std::string> &arguments,
+                          unsigned short columns, const std::vector<std::string> &variables = {});
+
 /* Waits, in small steps, until the condition holds; false after the time limit. */
 template<typename Condition>
 bool await(Condition condition, int timeLimitSeconds = 30);

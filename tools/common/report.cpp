@@ -1,8 +1,11 @@
 #include "report.h"
 
+#include "terminal.h"
+
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <unistd.h>
 
 static const char *toolName = "tool";
 
@@ -14,8 +17,9 @@ void reportError(const std::string &file, size_t line, const std::string &what) 
     std::string where;
     if (!file.empty())
         where = line == 0 ? file + ": " : file + ":" + std::to_string(line) + ": ";
+    const std::string report = std::string(toolName) + ": " + where + what + "\n";
     // In one call, so that the lines of several processes on one terminal do not mix.
-    fprintf(stderr, "%s: %s%s\n", toolName, where.c_str(), what.c_str());
+    fputs(isatty(STDERR_FILENO) == 1 ? withoutControls(report).c_str() : report.c_str(), stderr);
 }
 
 void reportError(const std::string &what) {

@@ -72,3 +72,9 @@ std::string withoutControls(std::string_view text) {
     }
     return safe;
 }
+
+void writeShown(std::string_view text) {
+    static const bool toTerminal = isatty(STDOUT_FILENO) == 1;
+    const std::string shown = toTerminal ? withoutControls(text) : std::string(text);
+    fwrite(shown.data(), 1, shown.size(), stdout);
+}

@@ -16,4 +16,7 @@ bool terminalTakesColour(int fd);
    they are the UTF-8 of something printable; the second row of control characters does not. */
 std::string withoutControls(std::string_view text);
 
+/* Writes to standard output: as it is, but for a terminal without controls. */
+void writeShown(std::string_view text);
+
 #endif

@@ -2,6 +2,7 @@
    until no other process holds the file, and is one step for all of them. */
 #include "../common/commandLine.h"
 #include "../common/report.h"
+#include "../common/terminal.h"
 
 #include "buffers/arrays.h"
 #include "clipboard/clipboard.h"
@@ -9,6 +10,8 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
+#include <new>
 #include <optional>
 #include <string>
 #include <unistd.h>
@@ -32,6 +35,24 @@ struct Request {
 
 const char *orNull(const std::optional<std::string> &text) {
     return text ? text->c_str() : nullptr;
+}
+
+const char *orEmpty(const char *text) {
+    return text == nullptr ? "" : text;
+}
+
+// As the file has it.
+std::string quoted(const char *value) {
+    char *text = nullptr;
+    size_t size = 0;
+    FILE *stream = open_memstream(&text, &size);
+    if (stream == nullptr)
+        throw std::bad_alloc();
+    quotePuts(value, stream);
+    fclose(stream);
+    std::string result(orEmpty(text), size);
+    free(text);
+    return result;
 }
 
 // The loaded clipboard; closing it rewrites the file if something changed.
@@ -87,7 +108,7 @@ int get(const Request &request) {
     const ClipEntry *entry = getClipEntry(clipboard.get(), request.name.c_str());
     if (entry == nullptr)
         throw WorkFailed(request.path + ": no entry named " + request.name);
-    printf("%s\n", entry->value == nullptr ? "" : entry->value);
+    writeShown(std::string(orEmpty(entry->value)) + "\n");
     clipboard.close();
     return EXIT_FINE;
 }
@@ -125,9 +146,7 @@ void listEntries(OpenClipboard &clipboard) {
         const ClipEntry &entry = clipboard.entry(position);
         if (entry.name == nullptr)
             continue;
-        printf("%s=", entry.name);
-        quotePuts(entry.value == nullptr ? "" : entry.value, stdout);
-        putchar('\n');
+        writeShown(std::string(entry.name) + "=" + quoted(orEmpty(entry.value)) + "\n");
     }
 }
 

@@ -2,6 +2,7 @@
 #include "../common/commandLine.h"
 #include "../common/input.h"
 #include "../common/report.h"
+#include "../common/terminal.h"
 
 #include "log/logMsg.h"
 
@@ -62,7 +63,7 @@ class Editor {
 
     void write(const LogEntry &entry) {
         const std::string edited = entry.cut ? entry.bytes : editedRecord(entry.bytes);
-        fwrite(edited.data(), 1, edited.size(), stdout);
+        writeShown(edited);
         if (entry.hasLineFeed)
             putchar('\n');
     }
