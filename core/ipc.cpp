@@ -1,6 +1,6 @@
 #include "ipcComm.h"
 
-#include "../clock/clock.h"
+#include "../clock/clockState.h"
 #include "staticObj.h"
 
 #include <ctype.h>
@@ -21,7 +21,6 @@ static_assert(offsetof(IpcChannel, fd) == 0 && offsetof(IpcChannel, flags) == 4 
 static_assert(sizeof(void *) != 4 || sizeof(IpcChannel) == 20);
 
 static constexpr uint32_t OPEN_SECONDS = 4; // how long a reader may take to open its end
-static constexpr uint32_t NO_CALLOUT = UINT32_MAX;
 static constexpr mode_t PERMISSION_BITS = 07777;
 
 static constexpr int64_t DEFAULT_GRANULE = 120;
@@ -43,20 +42,17 @@ static StaticObj renderingArea = {free, nullptr, PTHREAD_MUTEX_INITIALIZER, 0, 0
 /* ---- the pipe's node ---- */
 
 static int32_t makeFifo(const char *path, uint32_t mode) {
+    // The umask is the process's: two threads that set it aside at once would lose it.
+    static pthread_mutex_t guard = PTHREAD_MUTEX_INITIALIZER;
+    pthread_mutex_lock(&guard);
     const mode_t mask = umask(0);
     const int result = mknod(path, S_IFIFO | (mode & PERMISSION_BITS), 0);
     umask(mask);
+    pthread_mutex_unlock(&guard);
     return result;
 }
 
 namespace {
-
-struct ClockLocked {
-    ClockLocked() { pthread_mutex_lock(&clkAccessLock); }
-    ~ClockLocked() { pthread_mutex_unlock(&clkAccessLock); }
-    ClockLocked(const ClockLocked &) = delete;
-    ClockLocked &operator=(const ClockLocked &) = delete;
-};
 
 // The timeout that ends the wait for a reader.
 struct Interruption {
@@ -67,7 +63,7 @@ struct Interruption {
 } // namespace
 
 static Interruption queueInterruption() {
-    const ClockLocked lock; // no hold may begin between the look and the queueing
+    const ClockLock lock; // no hold may begin between the look and the queueing
     if (holdInfo.startTime != 0)
         return {NO_CALLOUT, 0};
     const uint32_t id = clkTimeout(CLK_NO_FUNCTION, 0, OPEN_SECONDS);
@@ -77,7 +73,7 @@ static Interruption queueInterruption() {
 // By its identifier, since the application may have queued a timeout without a function, too; by
 // its call only where the table has grown meanwhile, which took the identifiers away.
 static void cancelInterruption(const Interruption &interruption) {
-    const ClockLocked lock;
+    const ClockLock lock;
     if (maxcallouts == interruption.tableSize)
         clkUntimeout(interruption.id);
     else

@@ -2,7 +2,13 @@
    it up, where the mutex would make the handler wait for that very thread. */
 #include "clockCases.h"
 
+#include "core/ipcComm.h"
+#include "support/tempDir.h"
+
+#include <cerrno>
 #include <dlfcn.h>
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace {
 
@@ -62,6 +68,22 @@ SIMULATED(Lock, alarmWhileItIsGivenUpRunsRightAfter) {
     EXPECT_EQ(calls, (Arguments{1}));
     EXPECT_EQ(entriesMeanwhile, 0);
     EXPECT_FALSE(armed);
+}
+
+// The timeout of the wait for a reader is queued under the same lock.
+SIMULATED(Lock, alarmWhileAPipeIsProbedRunsRightAfter) {
+    const TempDir folder;
+    const std::string path = folder.file("pipe");
+    EXPECT_EQ(ipcInit(path.c_str(), 0600), 0);
+    const int reader = open(path.c_str(), O_RDONLY | O_NONBLOCK);
+    clkTimeout(note, 1, 5);
+    clkTimeout(note, 2, 90);
+    armed = true;
+    EXPECT_EQ(ipcInit(path.c_str(), 0600), -1);
+    EXPECT_EQ(errno, EBUSY);
+    EXPECT_EQ(calls, (Arguments{1}));
+    EXPECT_EQ(entriesMeanwhile, 0);
+    close(reader);
 }
 
 } // namespace
