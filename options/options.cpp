@@ -377,6 +377,24 @@ static void expandCommand(Expansion &expansion) {
         ++expansion.from;
 }
 
+// The user's home directory as a new text; null when nobody has that name.
+static char *homeOf(const char *user) {
+    // The database is read through one place of the process.
+    static pthread_mutex_t guard = PTHREAD_MUTEX_INITIALIZER;
+    pthread_mutex_lock(&guard);
+    errno = 0;
+    setpwent();
+    const passwd *entry = getpwnam(user);
+    const int error = errno;
+    char *home = entry == nullptr ? nullptr : mkcopy(entry->pw_dir);
+    const bool exhausted =
+        entry == nullptr ? error == ENOMEM : home == nullptr && entry->pw_dir != nullptr;
+    endpwent();
+    pthread_mutex_unlock(&guard);
+    errno = exhausted ? ENOMEM : 0;
+    return home;
+}
+
 // At a "~".
 static void expandHome(Expansion &expansion) {
     const char *user = ++expansion.from;
@@ -384,22 +402,14 @@ static void expandHome(Expansion &expansion) {
     while (isalnum(static_cast<unsigned char>(user[length])) != 0)
         ++length;
     const OwnedText name = {length == 0 ? nullptr : copySpan(user, length)};
-    const passwd *entry = nullptr;
-    errno = 0;
-    if (name.text != nullptr) {
-        setpwent();
-        entry = getpwnam(name.text);
-        if (entry == nullptr && errno == ENOMEM)
-            expansion.isWhole = false;
-        endpwent();
-    } else if (length != 0) {
-        expansion.isWhole = false;
-    }
-    if (entry == nullptr || entry->pw_dir == nullptr) {
+    errno = length != 0 && name.text == nullptr ? ENOMEM : 0;
+    const OwnedText home = {name.text == nullptr ? nullptr : homeOf(name.text)};
+    if (home.text == nullptr) {
+        expansion.isWhole = expansion.isWhole && errno != ENOMEM;
         put(expansion, '~');
         return;
     }
-    put(expansion, entry->pw_dir);
+    put(expansion, home.text);
     expansion.from += length;
 }
 
