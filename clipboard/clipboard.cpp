@@ -4,7 +4,7 @@
 #include "../buffers/charBuffer.h"
 #include "../core/mkcopy.h"
 #include "../options/options.h"
-#include "../options/readInfo.h"
+#include "../options/lineReader.h"
 
 #include <ctype.h>
 #include <errno.h>
@@ -383,7 +383,8 @@ static bool keepFinalComment(const Clipboard *clipboard, PendingComment &pending
 // with the next rewriting.
 static bool loadEntries(const Clipboard *clipboard) {
     PendingComment pending;
-    for (const char *line; (line = readQuotedLine(clipboard->stream)) != nullptr;)
+    LineReader reader(READER_MODES);
+    for (const char *line; (line = reader.next(clipboard->stream, JOIN_QUOTED)) != nullptr;)
         if (isCommentLine(line) ? !pending.append(line) : !loadLine(clipboard, line, pending))
             return false;
     if (feof(clipboard->stream) == 0 || ferror(clipboard->stream) != 0)
@@ -400,12 +401,7 @@ uint32_t getClipboard(Clipboard *clipboard) {
     clipboard->entries = arrayOpen(0, sizeof(ClipEntry));
     if (clipboard->entries == 0)
         return 0;
-    ReadInfo saved;
-    resetReadLine(&saved);
-    setReadLineModes(READER_MODES);
-    const bool isWhole = loadEntries(clipboard);
-    setReadLine(&saved);
-    if (!isWhole)
+    if (!loadEntries(clipboard))
         releaseEntries(clipboard);
     return clipboard->entries;
 }

@@ -1,4 +1,4 @@
-#include "readInfo.h"
+#include "lineReader.h"
 
 #include "../buffers/arrays.h"
 
@@ -8,12 +8,10 @@
 static constexpr uint32_t INDIRECT = 1; // elements are heap blocks of their own
 static constexpr uint32_t OWN_SIZES = 0;
 
-using Reader = char *(*)(FILE *stream);
-
-static Reader readerFor(uint32_t modes) {
+static Joining joiningOf(uint32_t modes) {
     if ((modes & READ_JOIN_BACKSLASH) != 0)
-        return readContLine;
-    return (modes & READ_JOIN_QUOTED) != 0 ? readQuotedLine : readLine;
+        return JOIN_BACKSLASH;
+    return (modes & READ_JOIN_QUOTED) != 0 ? JOIN_QUOTED : JOIN_NOTHING;
 }
 
 // Whether a reader gave no line because the input has ended, and not for want of memory or because
@@ -23,9 +21,10 @@ static bool isAtEnd(FILE *stream) {
 }
 
 // False when memory is exhausted or reading fails: half a file must not pass for a whole one.
-static bool appendLines(uint32_t array, FILE *stream, uint32_t maximum, Reader next) {
+static bool appendLines(uint32_t array, FILE *stream, uint32_t maximum, uint32_t modes) {
+    LineReader reader(modes);
     for (uint32_t count = 0; maximum == 0 || count < maximum; ++count) {
-        const char *line = next(stream);
+        const char *line = reader.next(stream, joiningOf(modes));
         if (line == nullptr)
             return isAtEnd(stream);
         if (arrayVPut(array, line, static_cast<uint32_t>(strlen(line)) + 1) == nullptr)
@@ -40,12 +39,7 @@ uint32_t readFpIntoArray(FILE *stream, uint32_t maximum, uint32_t modes) {
     const uint32_t array = arrayOpen(INDIRECT, OWN_SIZES);
     if (array == 0)
         return 0;
-    ReadInfo saved;
-    resetReadLine(&saved);
-    setReadLineModes(modes);
-    const bool whole = appendLines(array, stream, maximum, readerFor(modes));
-    setReadLine(&saved);
-    if (whole)
+    if (appendLines(array, stream, maximum, modes))
         return array;
     arrayClose(array);
     return 0;

@@ -1,4 +1,4 @@
-#include "readInfo.h"
+#include "lineReader.h"
 
 #include <errno.h>
 #include <pthread.h>
@@ -30,31 +30,29 @@ struct ReaderGuard {
 
 /* ---- the line buffer ---- */
 
-static bool growBuffer(uint32_t length) {
+static bool growBuffer(ReadInfo *state, uint32_t length) {
     const uint64_t size = uint64_t{length} + BUFFER_STEP + 1;
     char *buffer = nullptr;
     if (size <= UINT32_MAX && size <= PTRDIFF_MAX)
-        buffer = static_cast<char *>(realloc(lineBuffer, static_cast<size_t>(size)));
+        buffer = static_cast<char *>(realloc(state->buffer, static_cast<size_t>(size)));
     if (buffer == nullptr) {
         errno = ENOMEM;
         return false;
     }
     memset(buffer + length, 0, BUFFER_STEP + 1);
-    lineBuffer = buffer;
-    lineCapacity += BUFFER_STEP;
+    state->buffer = buffer;
+    state->capacity += BUFFER_STEP;
     return true;
 }
 
-static bool storeByte(uint32_t length, int byte) {
-    if (length >= lineCapacity && !growBuffer(length))
+static bool storeByte(ReadInfo *state, uint32_t length, int byte) {
+    if (length >= state->capacity && !growBuffer(state, length))
         return false;
-    lineBuffer[length] = static_cast<char>(byte);
+    state->buffer[length] = static_cast<char>(byte);
     return true;
 }
 
 /* ---- one logical line ---- */
-
-enum Joining { JOIN_NOTHING, JOIN_BACKSLASH, JOIN_QUOTED };
 
 // What the bytes of a line so far say about the next one.
 struct LineState {
@@ -98,36 +96,54 @@ static int nextByte(FILE *stream) {
     return byte;
 }
 
-// Under the lock. The buffer is not touched until there is a first byte: at the end of input the
-// line returned last stays readable.
-static char *readLogicalLine(FILE *stream, Joining joining) {
-    LineState state = {'\n', NO_BYTE};
+// The buffer is not touched until there is a first byte: at the end of input the line returned last
+// stays readable.
+char *readLogicalLine(ReadInfo *state, FILE *stream, Joining joining) {
+    LineState line = {'\n', NO_BYTE};
     LineEvent event = LINE_GOES_ON;
     uint32_t length = 0;
     bool any = false;
     for (int byte; event != LINE_ENDED && (byte = nextByte(stream)) != EOF; any = true) {
-        if (state.previous == '\n')
-            ++inlineCnt;
-        if (!storeByte(length++, byte))
+        if (line.previous == '\n')
+            ++state->inlineCnt;
+        if (!storeByte(state, length++, byte))
             return nullptr;
-        event = advance(&state, byte, joining);
-        if (event == LINE_JOINED && (ri_modes & READ_KEEP_JOINT) == 0)
+        event = advance(&line, byte, joining);
+        if (event == LINE_JOINED && (state->modes & READ_KEEP_JOINT) == 0)
             length -= 2; // the backslash and the newline
     }
     if (!any)
         return nullptr;
-    if (event == LINE_ENDED && (ri_modes & READ_DROP_NEWLINE) != 0)
+    if (event == LINE_ENDED && (state->modes & READ_DROP_NEWLINE) != 0)
         --length;
-    lineBuffer[length] = '\0';
-    ++virtLineCnt;
-    return lineBuffer;
+    state->buffer[length] = '\0';
+    ++state->virtLineCnt;
+    return state->buffer;
+}
+
+/* ---- the process's reader, under the lock ---- */
+
+static ReadInfo sharedState() {
+    return {inlineCnt, virtLineCnt, ri_modes, lineBuffer, lineCapacity};
+}
+
+// Stored whole: the counters and the modes may be looked at without the lock.
+static void shareState(const ReadInfo &state) {
+    __atomic_store_n(&inlineCnt, state.inlineCnt, __ATOMIC_RELAXED);
+    __atomic_store_n(&virtLineCnt, state.virtLineCnt, __ATOMIC_RELAXED);
+    __atomic_store_n(&ri_modes, state.modes, __ATOMIC_RELAXED);
+    lineBuffer = state.buffer;
+    lineCapacity = state.capacity;
 }
 
 static char *lockAndRead(FILE *stream, Joining joining) {
     if (stream == nullptr)
         return nullptr;
     const ReaderGuard guard;
-    return readLogicalLine(stream, joining);
+    ReadInfo state = sharedState();
+    char *line = readLogicalLine(&state, stream, joining);
+    shareState(state);
+    return line;
 }
 
 char *readLine(FILE *stream) {
@@ -146,12 +162,13 @@ char *readQuotedLine(FILE *stream) {
 
 void resetReadLine(ReadInfo *saved) {
     const ReaderGuard guard;
+    ReadInfo state = {0, 0, 0, lineBuffer, lineCapacity};
     if (saved != nullptr) {
-        *saved = {inlineCnt, virtLineCnt, ri_modes, lineBuffer, lineCapacity};
-        lineBuffer = nullptr;
-        lineCapacity = 0;
+        *saved = sharedState();
+        state.buffer = nullptr;
+        state.capacity = 0;
     }
-    inlineCnt = virtLineCnt = ri_modes = 0;
+    shareState(state);
 }
 
 void setReadLine(ReadInfo *saved) {
@@ -160,16 +177,10 @@ void setReadLine(ReadInfo *saved) {
     const ReaderGuard guard;
     if (lineBuffer != saved->buffer)
         free(lineBuffer);
-    inlineCnt = saved->inlineCnt;
-    virtLineCnt = saved->virtLineCnt;
-    ri_modes = saved->modes;
-    lineBuffer = saved->buffer;
-    lineCapacity = saved->capacity;
+    shareState(*saved);
 }
 
 uint32_t setReadLineModes(uint32_t modes) {
     const ReaderGuard guard;
-    const uint32_t replaced = ri_modes;
-    ri_modes = modes;
-    return replaced;
+    return __atomic_exchange_n(&ri_modes, modes, __ATOMIC_RELAXED);
 }
