@@ -105,7 +105,7 @@ static ClkFunction setflagAsCallout() {
 int32_t *setflag(int32_t *word) {
     ClockLock lock;
     if (word != nullptr)
-        *static_cast<volatile int32_t *>(word) = 1;
+        __atomic_store_n(word, 1, __ATOMIC_RELEASE);
     return word;
 }
 
@@ -136,9 +136,8 @@ uint32_t deepSleep(uint32_t seconds, int32_t *flag) {
     sighold(SIGALRM);
     int32_t ownWord = 0;
     int32_t *word = flag != nullptr ? flag : &ownWord;
-    // Written by handlers, so read anew each time.
-    volatile int32_t *awake = word;
-    *awake = 0;
+    // Written by handlers, which may run in other threads, so read anew and whole each time.
+    __atomic_store_n(word, 0, __ATOMIC_RELEASE);
     const uint32_t id =
         queueTimeout(setflagAsCallout(), reinterpret_cast<intptr_t>(word), seconds, remaining);
     if (id == NO_CALLOUT) {
@@ -149,7 +148,7 @@ uint32_t deepSleep(uint32_t seconds, int32_t *flag) {
     do {
         sigpause(SIGALRM);
         sighold(SIGALRM);
-    } while (*awake == 0);
+    } while (__atomic_load_n(word, __ATOMIC_ACQUIRE) == 0);
     sigrelse(SIGALRM);
     cancelSetflag(id, word, tableSize);
     return subtractToZero(seconds, secondsSince(start));
