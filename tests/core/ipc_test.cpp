@@ -100,7 +100,8 @@ extern "C" ssize_t write(int fd, const void *buffer, size_t count) {
     return fd == FAKE ? writeStep(buffer, count) : syscall(SYS_write, fd, buffer, count);
 }
 
-extern "C" void *realloc(void *block, size_t size) noexcept {
+// Called before the thread sanitizer knows the thread.
+extern "C" __attribute__((no_sanitize("thread"))) void *realloc(void *block, size_t size) noexcept {
     static const auto next =
         reinterpret_cast<void *(*)(void *, size_t)>(dlsym(RTLD_NEXT, "realloc"));
     if (moveRealloc && block != nullptr) {

@@ -22,7 +22,8 @@
 
 static bool failRealloc;
 
-extern "C" void *realloc(void *block, size_t size) noexcept {
+// Called before the thread sanitizer knows the thread.
+extern "C" __attribute__((no_sanitize("thread"))) void *realloc(void *block, size_t size) noexcept {
     static const auto next =
         reinterpret_cast<void *(*)(void *, size_t)>(dlsym(RTLD_NEXT, "realloc"));
     if (failRealloc) {
