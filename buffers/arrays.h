@@ -14,7 +14,8 @@
    Any thread may call any operation. Operations on arrays take arrAccessLock, which is recursive
    and usable from the start; arrayOpen takes it only where it has to audit the table. Readers of
    arrDescPtr take no lock: whoever reads an array that another thread changes holds the access
-   lock, or a lock of their own, meanwhile. Nothing here is safe in a signal handler.
+   lock, or a lock of their own, meanwhile. An array that the reading thread alone changes needs
+   none, whatever others do to theirs. Nothing here is safe in a signal handler.
 
    A failed operation leaves the array as it was, unless told otherwise; sizes that overflow count
    as exhausted memory. errno is whatever the allocation left. */
@@ -41,13 +42,16 @@ typedef struct ArrayDescriptor {
     uint32_t nextFree;  /* next descriptor of the free list; 0 ends it */
 } ArrayDescriptor;      /* 32 bytes on i386 */
 
-/* Told of a damaged table, the access lock held. */
+/* Told of a damaged table, the access lock held, in the thread whose operation found it. */
 typedef void (*ArrayFatalFunc)(const char *message);
 
-/* The table; null until arrayInit or the first arrayOpen. */
+/* The table; null until arrayInit or the first arrayOpen. A thread that has called an operation on
+   an open array reads it plainly; one that waits for another to make the table loads it atomically
+   (acquire): it is whole when it is seen. */
 QN_API extern ArrayDescriptor *arrDescPtr;
 
-/* Held around every change of an array; recursive. */
+/* Held around every change of an array; recursive. Who holds it keeps every other thread's
+   operations waiting. */
 QN_API extern pthread_mutex_t arrAccessLock;
 
 /* Makes the table, with so many entries (its own included) and that growth step, and returns it.

@@ -1,5 +1,6 @@
 /* The control characters by name, as the renderings of clearCopy.h name them: 10 is NL and 12 is NP
-   (new page), after the old terminal vocabulary, and 17 is DCL. Kept: callers know them so. */
+   (new page), after the old terminal vocabulary, and 17 is DCL. Kept: callers know them so.
+   Constants only: safe everywhere. */
 #ifndef QUARNEL_BUFFERS_CNTLCHRS_H
 #define QUARNEL_BUFFERS_CNTLCHRS_H
 

@@ -30,8 +30,10 @@
    - the value "" is written as nothing and comes back as null.
 
    Every function takes a null clipboard and gives the failure value told. A Clipboard belongs to
-   one thread at a time, and loading uses the line reader's shared buffer, whose state it saves and
-   gives back. Nothing here is safe in a signal handler. */
+   one thread at a time; threads with clipboards of different files do not disturb one another.
+   Within a process the file's lock keeps nobody out: threads that share a file take turns by a lock
+   of their own, from opening to closing. No lock of the library is held while a clipboard waits for
+   its file. Nothing here is safe in a signal handler. */
 #ifndef QUARNEL_CLIPBOARD_CLIPBOARD_H
 #define QUARNEL_CLIPBOARD_CLIPBOARD_H
 

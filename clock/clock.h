@@ -29,8 +29,9 @@
    The sleeps and clkPause keep it while they wait: callouts still run, but another thread's call
    waits until they return. A SIGALRM that the kernel gives to a thread without the lock is passed
    on to its owner, so a sleeper is always woken. One alarm serves the whole process while signal
-   masks belong to threads: callouts run in any thread that has SIGALRM unblocked. No operation is
-   safe in another signal's handler. */
+   masks belong to threads: callouts run in any thread that has SIGALRM unblocked, a hold blocks it
+   in the calling thread only (the alarm is stopped for all), and clkRelease unblocks it in its own:
+   the thread that holds also releases. No operation is safe in another signal's handler. */
 #ifndef QUARNEL_CLOCK_CLOCK_H
 #define QUARNEL_CLOCK_CLOCK_H
 
@@ -50,7 +51,8 @@ typedef void *(*ClkFunction)(intptr_t argument, uint32_t id);
 /* A callout of this function expires without calling anything. */
 #define CLK_NO_FUNCTION ((ClkFunction)(intptr_t)-1)
 
-/* Receives one formatted text of a dump at a time; null means flush. */
+/* Receives one formatted text of a dump at a time; null means flush. Called with the lock held: it
+   must not wait for a thread that may use the clock. */
 typedef void (*ClkPrintFunc)(const char *text);
 
 typedef struct Callout {
@@ -154,8 +156,9 @@ QN_API uint32_t clkSleep(uint32_t seconds);
 /* Waits for so many seconds, or until the flag is not 0, which is looked at after every signal. The
    flag, which may be null, is set to 0 first, and to 1 by a callout of the sleep's own at its end;
    that one is gone when the call returns. Whoever ends the sleep early stores to the flag from a
-   handler or a callout. Returns the seconds not slept; all of them at once when the clock is held
-   or no record is free. */
+   handler or a callout, atomically where that may run in another thread; there it must also see to
+   a signal for the sleeper, which wakes for nothing else. Returns the seconds not slept; all of
+   them at once when the clock is held or no record is free. */
 QN_API uint32_t deepSleep(uint32_t seconds, int32_t *flag);
 
 /* Stores 1 in the word and returns it; null is only returned. A callout function through a cast;

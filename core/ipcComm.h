@@ -51,10 +51,14 @@ typedef struct IpcChannel {
    has a reader, EEXIST the path is no FIFO, ENOENT nothing exists and the mode is 0, EFAULT the
    path is null, else that of the call which failed.
 
-   The wait is a timeout of the clock, so SIGALRM must reach the calling thread. Any signal that
+   The wait is a timeout of the clock, so SIGALRM must reach the calling thread: in a process of
+   several threads the others block it meanwhile, or the wait may have no end. Any signal that
    interrupts the open ends the wait as the timeout does. Where no timeout can be had (the clock is
-   held, or its table full) the answer is given without waiting. No timeout is left behind. While
-   the umask is changed, files that other threads create are made without it. */
+   held, or its table full) the answer is given without waiting. No timeout is left behind.
+
+   Any thread may call it, several at once too; the clock's lock is not held while it waits. While
+   the umask is changed, files that other threads create are made without it, and an umask that
+   another thread sets is lost. */
 QN_API int32_t ipcInit(const char *path, uint32_t mode);
 
 /* Writes the text as one frame, with one write. Returns its length in bytes. -1 when the write

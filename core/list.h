@@ -2,9 +2,10 @@
 
    An item is any record whose first field is its link. It is on a queue exactly when the link is
    not null; the last item of a queue holds LIST_END. The queue owns nothing. An empty header is all
-   zeros, and so is the link of an item that is on no queue. Nothing here locks: whoever owns a
-   queue guards it. Putting an item on a queue twice would corrupt both lists silently, so the two
-   cheap cases of it end the process. */
+   zeros, and so is the link of an item that is on no queue. Nothing here locks: a
+   queue and its items are for one thread at a time, and for a signal handler only where its owner
+   keeps that out meanwhile. Putting an item on a queue twice would corrupt both lists silently, so
+   the two cheap cases of it end the process. */
 #ifndef QUARNEL_CORE_LIST_H
 #define QUARNEL_CORE_LIST_H
 

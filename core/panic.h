@@ -1,4 +1,5 @@
-/* The last resort: a broken invariant that nothing can go on from. */
+/* The last resort: a broken invariant that nothing can go on from. Any thread may call it; not a
+   signal handler, which might wait for ever for the lock of standard error. */
 #ifndef QUARNEL_CORE_PANIC_H
 #define QUARNEL_CORE_PANIC_H
 

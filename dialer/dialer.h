@@ -7,9 +7,11 @@
    waits for ever.
 
    The result is one of the DIALER_ status values, which mean the same in all three operations.
-   Nothing is kept between calls. The calling thread blocks; which events vxWCheck hands to it is
-   the platform's affair. Not for signal handlers. The trace stream and its level pass through to
-   event_trace untouched; nothing else is written anywhere. For C the header is empty. */
+   Nothing is kept between calls, and no lock is held: any number of threads may have a call each,
+   on a channel, a number, seconds and a trace stream of their own. The calling thread blocks; which
+   events vxWCheck hands to it is the platform's affair. Not for signal handlers. The trace stream
+   and its level pass through to event_trace untouched; nothing else is written anywhere. For C the
+   header is empty. */
 #ifndef QUARNEL_DIALER_DIALER_H
 #define QUARNEL_DIALER_DIALER_H
 
@@ -38,7 +40,8 @@ enum {
 QN_API int32_t QN_delay(chan_info *channel, int32_t &seconds, std::ofstream &trace, int32_t level);
 
 /* Dials the number and waits for the outcome. The string's characters are terminated in place, for
-   which its representation may be replaced by a larger one; its visible value stays. */
+   which its representation may be replaced by a larger one; its visible value stays. So the string
+   is this thread's for the time, though its copies need not be. */
 QN_API int32_t QN_dial(chan_info *channel, const stdComponents::String &number,
                        std::ofstream &trace, int32_t level);
 

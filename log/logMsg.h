@@ -19,7 +19,8 @@
    A null text is refused, a null LogMsg ignored. There is no limit on a line's length or on the
    number of arguments but memory. Different records may be used by different threads; whatever
    asks for an expansion (wantExpansion, and the chg functions on a record that has one) belongs to
-   the process's one expanding thread (expandLog.h). Nothing here is safe in a signal handler. */
+   the process's one expanding thread (expandLog.h), and chgProducerLogMsg to one thread at a time.
+   Nothing here is safe in a signal handler. */
 #ifndef QUARNEL_LOG_LOGMSG_H
 #define QUARNEL_LOG_LOGMSG_H
 
@@ -98,9 +99,9 @@ QN_API int32_t chgPriorityLogMsg(LogMsg *msg, int32_t priority);
 QN_API int32_t chgTimeLogMsg(LogMsg *msg, int32_t time);
 
 /* Sets the producer, likewise. Every character of the name must be graphic; the empty name is
-   accepted. Returns the previous producer, the library's, valid until the next call; null, nothing
-   changed, when an argument is null, the name refused or memory exhausted. It is null, too, where
-   the record had no producer. */
+   accepted. Returns the previous producer, the library's, valid until the next call for any record
+   (one thread at a time in the process); null, nothing changed, when an argument is null, the name
+   refused or memory exhausted. It is null, too, where the record had no producer. */
 QN_API char *chgProducerLogMsg(LogMsg *msg, const char *producer);
 
 #ifdef __cplusplus

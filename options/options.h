@@ -12,10 +12,15 @@
 
    Nothing is reported: unreadable files, malformed statements, values that do not convert and
    statements for which memory is exhausted are passed over. Statement parsing keeps its working
-   texts per thread; the default option and the primary file's path have a mutex each. No lock is
-   held while a handler or a command runs. Handlers may parse, replace the default option and
-   process further files. The environment itself is the process's: setting it in one thread while
-   another reads it is the application's to exclude. Nothing here is safe in a signal handler. */
+   texts per thread; the default option, the primary file's path and the look into the password
+   database have a mutex each. No lock is held while a handler or a command runs. Handlers may
+   parse, replace the default option and process further files.
+
+   Any thread may call any function here, but for two things that are the application's to exclude.
+   The environment is the process's: setting it (setEnvVar, optEnv, "${NAME:=word}", a row without a
+   handler) in one thread while another reads it. And a table, its destinations and the defaults
+   that optBool changes in place are for one thread at a time. Nothing here is safe in a signal
+   handler. */
 #ifndef QUARNEL_OPTIONS_OPTIONS_H
 #define QUARNEL_OPTIONS_OPTIONS_H
 

@@ -4,7 +4,13 @@
    threads and guarded by one mutex. The text a reader returns stands in that buffer and is valid
    until the next read by anybody: copy it before anything that may read a file. Whoever reads a
    file in the middle of another's reading takes the state away with resetReadLine and gives it back
-   with setReadLine; the two functions that read into an array do so themselves.
+   with setReadLine; the two functions that read into an array leave it alone.
+
+   Any thread may call any function here, and none is lost in the counters. The text, however, is
+   not kept from other threads: only one at a time may read lines and look at what it got, unless it
+   reads into an array. The mutex is held while a line is read: a thread that waits for input there,
+   on a pipe say, keeps the others waiting at readLine, readContLine, readQuotedLine and the three
+   functions of the state.
 
      ReadInfo saved;
      resetReadLine(&saved);
@@ -42,6 +48,8 @@ typedef struct ReadInfo {
     uint32_t capacity;    /* characters that fit into it, the terminator not counted */
 } ReadInfo;
 
+/* Looked at without the mutex. They are stored whole, at the end of each call: a thread that looks
+   at them while others read loads them atomically (relaxed). */
 QN_API extern uint32_t ri_modes;    /* READ_ bits in force */
 QN_API extern uint32_t inlineCnt;   /* physical lines begun since the last reset */
 QN_API extern uint32_t virtLineCnt; /* logical lines returned since the last reset */
@@ -76,7 +84,8 @@ QN_API uint32_t setReadLineModes(uint32_t modes);
 
 /* Read all lines, or the first maximum lines unless that is 0, into a dynamic array of texts, and
    return its index; the caller closes it with arrayClose. The modes choose the reader, the
-   backslash before the quoted one. The reader's state is as before afterwards. 0 for a null stream,
+   backslash before the quoted one. The process's reader plays no part: any number of threads may
+   read files so, each its own. 0 for a null stream,
    a file that cannot be opened (errno tells why), and when memory is exhausted or reading fails:
    never a part for the whole. An empty file is an array without elements; so is a directory, which
    opens but cannot be read. */

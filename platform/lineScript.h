@@ -5,7 +5,9 @@
    names, read at the first operation, or with none when the variable is unset or empty; without a
    script every start is accepted and nothing comes but a timer's event 7. A script that is refused
    is reported on standard error as "libvxAPI: file:line: reason", and all starts are refused (0)
-   until a good one is loaded. */
+   until a good one is loaded.
+
+   Any thread may call any operation; a channel is closed when no thread uses it any more. */
 #ifndef PLATFORM_LINESCRIPT_H
 #define PLATFORM_LINESCRIPT_H
 

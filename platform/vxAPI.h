@@ -6,7 +6,8 @@
    folder stands in where the platform is absent; what its line does is told by a line script
    (docs/line-script.md, lineScript.h).
 
-   Any thread may call any operation. None of them may be called from a signal handler. */
+   Any thread may call any operation, event_trace each on a stream of its own. None of them may be
+   called from a signal handler. */
 #ifndef PLATFORM_VXAPI_H
 #define PLATFORM_VXAPI_H
 
