@@ -627,8 +627,8 @@ TEST(Clipboard, newClipboardWaitsForTheLockBeforeItEmpties) {
         _exit(fresh != nullptr && test.content().empty() ? 0 : 1);
     }
     waitMilliseconds(100);
-    EXPECT_EQ(test.content(), "A=1\n");
     EXPECT_EQ(waitpid(child, nullptr, WNOHANG), 0) << "it still waits";
+    EXPECT_EQ(test.content(), "A=1\n"); // last: closing the file here drops the lock
     closeClipboard(clipboard);
     EXPECT_EQ(statusOf(child), 0);
 }
