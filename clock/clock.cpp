@@ -194,22 +194,42 @@ static void giveBackSigalrm() {
     clkPanic(message == nullptr ? nullptr : message->text, "setAlarmHdlr", 625);
 }
 
-uint32_t setAlarmHdlr() {
+// As setAlarmHdlr; *served counts the signals up to where the alarm is stopped.
+static uint32_t takeAlarm(sig_atomic_t *served) {
     ClockLock lock;
     if (maxcallouts < 1)
         clkinit(DEFAULT_CALLOUTS);
     // Unblocked first: a signal that was pending reaches the handler it was meant for, which may
     // arm the alarm anew, and sigset tells the disposition, which it hides while it is blocked.
     sigrelse(SIGALRM);
+    *served = alarmsServed;
     const uint32_t secondsLeft = alarm(0);
     const SignalHandler replaced = sigset(SIGALRM, clkAlarmHandler);
-    clkHandlerInstalled = 1;
     if (replaced != clkAlarmHandler && replaced != SIG_HOLD) {
         if (activeCallouts.head != nullptr)
             reportMixing(replaced);
         foreignAlarm = {replaced, secondsLeft, timeNow()};
     }
+    // Last: a signal that comes before finds nothing to give back, and what is kept of an earlier
+    // handler is not given back in place of this one.
+    __atomic_signal_fence(__ATOMIC_SEQ_CST);
+    clkHandlerInstalled = 1;
     return secondsLeft;
+}
+
+uint32_t setAlarmHdlr() {
+    sig_atomic_t served;
+    return takeAlarm(&served);
+}
+
+uint32_t holdAlarm() {
+    for (;;) {
+        sig_atomic_t served;
+        const uint32_t secondsLeft = takeAlarm(&served);
+        sighold(SIGALRM);
+        if (alarmsServed == served)
+            return secondsLeft;
+    }
 }
 
 // --- The table ---
@@ -429,8 +449,7 @@ uint32_t clkTimeout(ClkFunction function, intptr_t argument, uint32_t seconds) {
     ClockLock lock;
     if (clockIsHeld())
         return queueTimeout(function, argument, seconds, holdInfo.secondsLeft);
-    const uint32_t remaining = setAlarmHdlr();
-    sighold(SIGALRM);
+    const uint32_t remaining = holdAlarm();
     const uint32_t id = queueTimeout(function, argument, seconds, remaining);
     sigrelse(SIGALRM);
     return id;

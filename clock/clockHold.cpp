@@ -132,8 +132,7 @@ uint32_t deepSleep(uint32_t seconds, int32_t *flag) {
     if (clockIsHeld() || seconds == 0)
         return seconds;
     const uint32_t start = timeNow();
-    const uint32_t remaining = setAlarmHdlr();
-    sighold(SIGALRM);
+    const uint32_t remaining = holdAlarm();
     int32_t ownWord = 0;
     int32_t *word = flag != nullptr ? flag : &ownWord;
     // Written by handlers, which may run in other threads, so read anew and whole each time.
@@ -159,8 +158,7 @@ uint32_t clkSleep(uint32_t seconds) {
     if (clockIsHeld() || seconds == 0)
         return seconds;
     const uint32_t start = timeNow();
-    const uint32_t remaining = setAlarmHdlr();
-    sighold(SIGALRM);
+    const uint32_t remaining = holdAlarm();
     // The address only tells sleeps apart: nothing reads through it, now or when it is gone.
     const intptr_t argument = reinterpret_cast<intptr_t>(&start);
     if (queueTimeout(CLK_NO_FUNCTION, argument, seconds, remaining) == NO_CALLOUT) {

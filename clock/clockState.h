@@ -66,6 +66,11 @@ bool isInTable(const ListItem *link);
 
 void clkAlarmHandler(int signalNumber);
 uint32_t setAlarmHdlr();
+
+// setAlarmHdlr, and SIGALRM blocked. A signal that comes in between may find nothing to run and
+// give SIGALRM back, or run callouts and arm the alarm anew: everything is taken again then.
+uint32_t holdAlarm();
+
 uint32_t queueTimeout(ClkFunction function, intptr_t argument, uint32_t delay, uint32_t remaining);
 
 // Sets the first record that is not due to the seconds that its alarm had left, if it has more.

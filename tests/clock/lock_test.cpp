@@ -6,6 +6,7 @@
 #include "support/tempDir.h"
 
 #include <cerrno>
+#include <csignal>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <unistd.h>
@@ -84,6 +85,22 @@ SIMULATED(Lock, alarmWhileAPipeIsProbedRunsRightAfter) {
     EXPECT_EQ(calls, (Arguments{1}));
     EXPECT_EQ(entriesMeanwhile, 0);
     close(reader);
+}
+
+// Another thread may pass one on just when this one takes SIGALRM over for its first timeout.
+SIMULATED(Lock, alarmPassedOnWhileSigalrmIsTakenOverLeavesItTheClocks) {
+    system.onTime = [] {
+        if (simulated->disposition == SIG_DFL)
+            return;
+        simulated->onTime = nullptr;
+        simulated->signalArrives();
+    };
+    clkTimeout(note, 1, 5);
+    EXPECT_FALSE(system.onTime) << "none was passed on";
+    EXPECT_NE(system.disposition, SIG_DFL);
+    system.advanceSeconds(5);
+    EXPECT_EQ(calls, (Arguments{1}));
+    EXPECT_EQ(system.deaths, 0);
 }
 
 } // namespace

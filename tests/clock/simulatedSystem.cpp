@@ -100,6 +100,8 @@ unsigned alarm(unsigned seconds) noexcept {
 
 time_t time(time_t *result) noexcept {
     timespec real = {};
+    if (simulated != nullptr && simulated->onTime)
+        simulated->onTime();
     if (simulated == nullptr)
         clock_gettime(CLOCK_REALTIME, &real);
     const time_t now =

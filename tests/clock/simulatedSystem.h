@@ -25,6 +25,7 @@ struct SimulatedSystem {
     int endlessWaits = 0;                            // nothing would have ended a wait
     std::vector<std::pair<int, int>> strayKills;     // any other kill
     std::function<void(const std::string &)> onCall; // after each call, with its name
+    std::function<void()> onTime;                    // when the time is asked for
     std::function<void(bool)> onHandler; // before (true) and after (false) a handler runs
 
     // Lets the time pass, delivering the alarm when it expires.
