@@ -5,6 +5,7 @@
 #include "clockState.h"
 
 #include <errno.h>
+#include <sched.h>
 #include <stddef.h>
 #include <stdlib.h>
 #include <string.h>
@@ -59,11 +60,44 @@ struct LockTransit {
 };
 static thread_local LockTransit transit __attribute__((tls_model("initial-exec")));
 
+/* An alarm on its way back to the process: threads that are about to send it, and whether one is
+   sent and not served yet. Whoever takes SIGALRM away from the clock lets the first come to their
+   end and discards the second, which would meet another handler, or the default action. */
+static uint32_t alarmSenders;
+static uint32_t alarmSent;
+
+static sigset_t blockAlarm() {
+    sigset_t alarmOnly, mask;
+    sigemptyset(&alarmOnly);
+    sigaddset(&alarmOnly, SIGALRM);
+    pthread_sigmask(SIG_BLOCK, &alarmOnly, &mask);
+    return mask;
+}
+
+static void sendAlarmBack() {
+    // Blocked: served here, between the two counts, it could wait for this very thread.
+    const sigset_t mask = blockAlarm();
+    __atomic_add_fetch(&alarmSenders, 1, __ATOMIC_SEQ_CST);
+    if (__atomic_load_n(&clkHandlerInstalled, __ATOMIC_SEQ_CST) == 1) {
+        __atomic_store_n(&alarmSent, 1, __ATOMIC_SEQ_CST);
+        kill(getpid(), SIGALRM);
+    }
+    __atomic_sub_fetch(&alarmSenders, 1, __ATOMIC_SEQ_CST);
+    pthread_sigmask(SIG_SETMASK, &mask, nullptr);
+}
+
+static void dropAlarmsSentBack() {
+    while (__atomic_load_n(&alarmSenders, __ATOMIC_SEQ_CST) != 0)
+        sched_yield();
+    if (__atomic_exchange_n(&alarmSent, 0, __ATOMIC_SEQ_CST) != 0)
+        signal(SIGALRM, SIG_IGN); // discards what is pending
+}
+
 static void endTransit() {
     transit.underWay = 0;
     if (transit.alarmPutOff != 0) {
         transit.alarmPutOff = 0;
-        kill(getpid(), SIGALRM);
+        sendAlarmBack();
     }
 }
 
@@ -77,10 +111,7 @@ static bool tryLockClock() {
 /* Another thread has the lock, and may be asleep with it until SIGALRM comes. The kernel gives the
    signal to any thread that has it unblocked, so a thread that waits for the lock must not. */
 static void waitForLock() {
-    sigset_t alarmOnly, mask;
-    sigemptyset(&alarmOnly);
-    sigaddset(&alarmOnly, SIGALRM);
-    pthread_sigmask(SIG_BLOCK, &alarmOnly, &mask);
+    const sigset_t mask = blockAlarm();
     pthread_mutex_lock(&clkAccessLock);
     pthread_sigmask(SIG_SETMASK, &mask, nullptr);
 }
@@ -158,9 +189,11 @@ static void deliverOverdue(SignalHandler handler) {
 static void restoreForeignAlarm() {
     ClockLock lock;
     const ForeignAlarm foreign = foreignAlarm;
+    if (foreign.handler != clkAlarmHandler) {
+        __atomic_store_n(&clkHandlerInstalled, 0, __ATOMIC_SEQ_CST);
+        dropAlarmsSentBack();
+    }
     sigset(SIGALRM, foreign.handler);
-    if (foreign.handler != clkAlarmHandler)
-        clkHandlerInstalled = 0;
     if (foreign.secondsLeft == 0)
         return;
     foreignAlarm = {};
@@ -642,7 +675,7 @@ static void serveAlarm(int signalNumber) {
 // The thread that was interrupted waits for an owner that may sleep until this very signal. Blocked
 // here, it goes to that one, or stays pending until this handler returns; so it is served once.
 static void passAlarmOn() {
-    kill(getpid(), SIGALRM);
+    sendAlarmBack();
     waitForLock();
     unlockClock();
 }
@@ -658,6 +691,7 @@ void clkAlarmHandler(int signalNumber) {
         errno = savedErrno;
         return;
     }
+    __atomic_store_n(&alarmSent, 0, __ATOMIC_SEQ_CST);
     // Kept: without a table the lock is not given back; a clock that lost its table is unusable.
     if (callouts != nullptr) {
         serveAlarm(signalNumber);
