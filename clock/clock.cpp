@@ -339,8 +339,8 @@ static void resumeAfterRefusal(const Stopped &stopped) {
 enum class Growth { needless, refused, possible };
 
 static Growth checkGrowth(int32_t count) {
-    if (callouts == nullptr && maxcallouts > 0)
-        return Growth::refused; // its callouts were lost when memory was: it stays unusable
+    if (clockIsLost())
+        return Growth::refused;
     if (count == maxcallouts)
         return Growth::needless;
     // Suspensions point into the table that growth would release.
@@ -480,6 +480,8 @@ uint32_t queueTimeout(ClkFunction function, intptr_t argument, uint32_t delay, u
 
 uint32_t clkTimeout(ClkFunction function, intptr_t argument, uint32_t seconds) {
     ClockLock lock;
+    if (clockIsLost())
+        return NO_CALLOUT;
     if (clockIsHeld())
         return queueTimeout(function, argument, seconds, holdInfo.secondsLeft);
     const uint32_t remaining = holdAlarm();
@@ -573,6 +575,8 @@ static void resumeAfterRemoval(bool otherIsDue, const WalkSite &site) {
 
 static int32_t removeTimeout(MatchTest matches, const Wanted &wanted) {
     ClockLock lock;
+    if (clockIsLost())
+        return -1;
     const bool held = clockIsHeld();
     if (!held)
         sighold(SIGALRM);
@@ -702,7 +706,7 @@ void clkAlarmHandler(int signalNumber) {
 
 int32_t clkCatchup(int32_t elapsed) {
     ClockLock lock;
-    if (elapsed < 1 || !clockIsHeld())
+    if (elapsed < 1 || !clockIsHeld() || clockIsLost())
         return 0;
     if (activeCallouts.count < 0)
         clkPanic(LOOP, CATCHUP.name, CATCHUP.loopLine);

@@ -97,8 +97,10 @@ QN_API extern pthread_mutex_t clkAccessLock; /* recursive from the start */
    callouts keep their time, but their IDs become 0: cancel them by function and argument. Returns 0
    when the table has that size now, else -1: with nothing changed for less than there is, for more
    than 32767, and for growth while timeouts are suspended; where the list of pending callouts was
-   broken, with what could be reached of it moved. When memory is exhausted -1 too, and the clock is
-   unusable from then on: no table, the alarm stopped, SIGALRM blocked, every later call refused. */
+   broken, with what could be reached of it moved. When memory is exhausted -1 too, the alarm
+   stopped and SIGALRM blocked. A clock that was to grow is unusable from then on: no table, its
+   callouts lost, SIGALRM blocked for good, every later call refused. One that had no table yet has
+   none still, and the next operation that needs one tries again. */
 QN_API int32_t clkinit(int32_t wanted);
 
 /* Has the function called in so many seconds. Returns the timeout's ID, counting up from 0, never

@@ -21,9 +21,10 @@ __attribute__((format(printf, 1, 2))) static void clkPrint(const char *format, .
     char text[PRINT_BUFFER_SIZE];
     va_list args;
     va_start(args, format);
-    vsnprintf(text, sizeof text, format, args);
+    const int length = vsnprintf(text, sizeof text, format, args);
     va_end(args);
-    clockPrintFunc(text);
+    if (length >= 0) // else there is no text
+        clockPrintFunc(text);
 }
 
 static void flushPrint() {

@@ -22,7 +22,7 @@ Suspension *clksptr = suspensions;
 // stopped. The first record still holds what it was armed with: only the alarm knows what of that
 // was left. The clock must be marked held.
 static void chargeCallouts(uint32_t elapsed, uint32_t secondsLeft) {
-    if (elapsed == 0)
+    if (elapsed == 0 || clockIsLost())
         return;
     if (secondsLeft != 0)
         resynchroniseFirst(secondsLeft);
@@ -75,7 +75,8 @@ void clkRelease() {
         alarm(holdInfo.secondsLeft);
     else if (secondsAtStart != 0)
         kill(getpid(), SIGALRM);
-    sigrelse(SIGALRM);
+    if (!clockIsLost())
+        sigrelse(SIGALRM);
 }
 
 int32_t clkPause() {
@@ -129,7 +130,7 @@ static void cancelSetflag(uint32_t id, int32_t *word, int32_t tableSize) {
 
 uint32_t deepSleep(uint32_t seconds, int32_t *flag) {
     ClockLock lock;
-    if (clockIsHeld() || seconds == 0)
+    if (clockIsHeld() || clockIsLost() || seconds == 0)
         return seconds;
     const uint32_t start = timeNow();
     const uint32_t remaining = holdAlarm();
@@ -155,7 +156,7 @@ uint32_t deepSleep(uint32_t seconds, int32_t *flag) {
 
 uint32_t clkSleep(uint32_t seconds) {
     ClockLock lock;
-    if (clockIsHeld() || seconds == 0)
+    if (clockIsHeld() || clockIsLost() || seconds == 0)
         return seconds;
     const uint32_t start = timeNow();
     const uint32_t remaining = holdAlarm();
@@ -209,7 +210,7 @@ static int32_t refuseSuspension(const Takeover &taken) {
 
 int32_t suspendTimeouts() {
     ClockLock lock;
-    if (!frameIsFree())
+    if (!frameIsFree() || clockIsLost())
         return -1;
     const Takeover taken = takeForSuspension();
     if (!frameIsFree())

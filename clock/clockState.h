@@ -47,6 +47,13 @@ inline bool clockIsHeld() {
     return holdInfo.startTime != 0;
 }
 
+// Its callouts were lost when memory was: it stays unusable, with SIGALRM blocked, since the
+// handler does not give the lock back without a table. The lists lead to the records of the old one
+// still.
+inline bool clockIsLost() {
+    return callouts == nullptr && maxcallouts > 0;
+}
+
 inline uint32_t timeNow() {
     return static_cast<uint32_t>(time(nullptr));
 }
