@@ -80,20 +80,25 @@ static const char *baseName(const char *path) {
     return slash == nullptr ? path : slash + 1;
 }
 
-static OptionEntry *copyEntry(const OptionEntry *entry) {
-    OptionEntry *copy = static_cast<OptionEntry *>(malloc(sizeof(OptionEntry)));
-    if (copy != nullptr)
-        *copy = {mkcopy(entry->name), mkcopy(entry->defaultValue), entry->handler,
-                 entry->destination};
-    return copy;
-}
-
 static void freeEntry(OptionEntry *entry) {
     if (entry == nullptr)
         return;
     freecopy(entry->name);
     freecopy(entry->defaultValue);
     free(entry);
+}
+
+// Null when memory is exhausted: an entry without its default would stand for another value.
+static OptionEntry *copyEntry(const OptionEntry *entry) {
+    OptionEntry *copy = static_cast<OptionEntry *>(malloc(sizeof(OptionEntry)));
+    if (copy == nullptr)
+        return nullptr;
+    *copy = {mkcopy(entry->name), mkcopy(entry->defaultValue), entry->handler, entry->destination};
+    if ((copy->name != nullptr || entry->name == nullptr) &&
+        (copy->defaultValue != nullptr || entry->defaultValue == nullptr))
+        return copy;
+    freeEntry(copy);
+    return nullptr;
 }
 
 // ---- statements ----
@@ -315,7 +320,7 @@ static bool expandDollar(Expansion &expansion) {
     return true;
 }
 
-// Stores the stream's bytes; false when memory is exhausted.
+// Stores the stream's bytes; false when memory is exhausted, or reading fails.
 static bool collectOutput(FILE *stream, CharBuffer *output) {
     for (;;) {
         const int ch = getc(stream);
@@ -325,13 +330,14 @@ static bool collectOutput(FILE *stream, CharBuffer *output) {
         } else if (ferror(stream) != 0 && errno == EINTR) {
             clearerr(stream); // a caught signal: the command goes on
         } else {
-            return true;
+            return ferror(stream) == 0;
         }
     }
 }
 
 // Runs the command. Its whole output as a new text, less one final newline, becomes the result;
-// null when it cannot be run. False, the result null, when memory is exhausted.
+// null when it cannot be run. False, the result null, when there is no memory for the whole or it
+// cannot be read.
 static bool takeOutput(const char *command, char **result) {
     CharBuffer *output = mkCharBuffer(TEXT_INCREMENT);
     if (output == nullptr)
@@ -354,7 +360,7 @@ static bool takeOutput(const char *command, char **result) {
     return isWhole;
 }
 
-// At a backquote: quotedShCmd, and false when memory is exhausted.
+// At a backquote: quotedShCmd, and false when the output is not whole.
 static bool runQuoted(char **text, char **result) {
     char *start = *text + 1;
     char *end = start;
@@ -594,11 +600,13 @@ int processOptionsFile(const char *path, OptionEntry *table) {
     return result;
 }
 
-static char *copyOfPrimaryFile() {
+// False when memory is exhausted: the standard file must not stand in for one that is set.
+static bool copyPrimaryFile(char **copy) {
     pthread_mutex_lock(&primaryFileLock);
-    char *copy = mkcopy(primaryFile);
+    const bool isSet = primaryFile != nullptr;
+    *copy = mkcopy(primaryFile);
     pthread_mutex_unlock(&primaryFileLock);
-    return copy;
+    return *copy != nullptr || !isSet;
 }
 
 void processProgramOptions(const char *program, OptionEntry *table) {
@@ -608,7 +616,9 @@ void processProgramOptions(const char *program, OptionEntry *table) {
                 row->handler(row, row->name, row->defaultValue);
     if (program == nullptr)
         return;
-    const OwnedText primary = {copyOfPrimaryFile()};
+    OwnedText primary = {nullptr};
+    if (!copyPrimaryFile(&primary.text))
+        return;
     if (primary.text != nullptr && access(primary.text, R_OK) == 0) {
         processOptionsFile(primary.text, table);
         return;
@@ -625,8 +635,10 @@ static const char *textFor(const OptionEntry *entry, const char *value) {
 }
 
 void optStr(OptionEntry *entry, char *, char *value) {
-    if (entry->destination != nullptr)
-        *static_cast<char **>(entry->destination) = mkcopy(textFor(entry, value));
+    const char *text = textFor(entry, value);
+    char *copy = entry->destination == nullptr ? nullptr : mkcopy(text);
+    if (entry->destination != nullptr && (copy != nullptr || text == nullptr))
+        *static_cast<char **>(entry->destination) = copy;
 }
 
 // Stores the number if it is the whole text; long may be wider than what is stored.
@@ -681,8 +693,11 @@ void setDefaultOption(OptionEntry *entry) {
     OptionEntry *previous = nullptr;
     pthread_mutex_lock(&defaultOptionLock);
     if (entry != defaultOption) {
-        previous = defaultOption;
-        defaultOption = entry == nullptr ? nullptr : copyEntry(entry);
+        OptionEntry *copy = entry == nullptr ? nullptr : copyEntry(entry);
+        if (copy != nullptr || entry == nullptr) {
+            previous = defaultOption;
+            defaultOption = copy;
+        }
     }
     pthread_mutex_unlock(&defaultOptionLock);
     freeEntry(previous);
@@ -695,6 +710,8 @@ void makeDfltOptionEnv() {
 
 void setPrimaryOptionsFile(const char *path) {
     char *copy = mkcopy(path);
+    if (copy == nullptr && path != nullptr)
+        return;
     pthread_mutex_lock(&primaryFileLock);
     char *previous = primaryFile;
     primaryFile = copy;

@@ -71,7 +71,7 @@ QN_API int parseXeqY(intptr_t ignored1, intptr_t ignored2, const char *line, cha
                      char **value, char **rest);
 
 /* The text expanded as a shell would: a new text, to be released with freecopy; null for null and
-   when memory is exhausted: never a text with a piece missing.
+   when memory is exhausted or a command's output cannot be read: never a text with a piece missing.
 
    \c is c. Quotes are dropped; nothing is expanded between single ones. $NAME and ${NAME} give the
    variable's value or nothing; ${NAME:-word}, ${NAME:=word}, ${NAME:+word} as in a shell (":=" sets
@@ -85,7 +85,7 @@ QN_API char *shellVariable(char *text);
    unescaped one, or the text's end, and returns a pointer to that place; the text itself when it
    does not start with a backquote. Backslashes stay in the command. *result, unless result is null,
    becomes the output less one final newline, a new text to be released with freecopy; it is null
-   when there was no command, it could not be run, or memory for its whole output is exhausted. A
+   when there was no command, it could not be run, or its output not be read or held whole. A
    zero byte in the output ends the text.
 
    The command is run by the shell with the process's environment, and waited for however long it
@@ -100,7 +100,8 @@ QN_API int setEnvVar(const char *name, const char *value);
 
 /* Handlers. Each takes the value, or the entry's default when the value is null. */
 
-/* destination: char **. Stores a copy (mkcopy); the copy that it replaces is not released. */
+/* destination: char **. Stores a copy (mkcopy), nothing where memory is exhausted; the copy that it
+ * replaces is not released. */
 QN_API void optStr(OptionEntry *entry, char *name, char *value);
 
 /* destination: int32_t *. Stores the number (decimal, 0x hexadecimal, leading-0 octal) when it is
@@ -118,13 +119,14 @@ QN_API void optBool(OptionEntry *entry, char *name, char *value);
 
 /* Makes a copy of the entry the default option, null for none: names that a table lacks are then
    dropped. The handler is called with yet another copy, valid during that call only, so that it may
-   replace the default option. */
+   replace the default option. Where memory is exhausted the one before stays. */
 QN_API void setDefaultOption(OptionEntry *entry);
 
-/* Sets the default option that exports each name. */
+/* Sets the default option that exports each name, likewise. */
 QN_API void makeDfltOptionEnv(void);
 
-/* Sets the primary options file, null for none. The path is copied. */
+/* Sets the primary options file, null for none. The path is copied; where memory is exhausted the
+ * one before stays. */
 QN_API void setPrimaryOptionsFile(const char *path);
 
 /* A new text "<prefix>/etc/default/<base name of program>", to be released with freecopy; null when
