@@ -29,28 +29,32 @@ static int64_t sizeOf(int fd) {
     return fstat(fd, &status) == 0 ? static_cast<int64_t>(status.st_size) : 0;
 }
 
-static uint32_t readCount(int fd) {
-    uint32_t count = 0;
-    readInto(fd, &count, sizeof count);
-    return be32toh(count);
+// False when it could not be read whole; what was not is zero.
+static bool readCount(int fd, uint32_t *count) {
+    uint32_t stored = 0;
+    const size_t filled = readInto(fd, &stored, sizeof stored);
+    *count = be32toh(stored);
+    return filled == sizeof stored;
 }
 
 // The offset table, its entries zero beyond those that the file had.
 struct Offsets {
     uint16_t *table;
     uint32_t read; // entries filled, the last one perhaps by half
+    bool isWhole;  // else what follows in the file is no text
 };
 
 // A null table when so many offsets cannot be held, by the signed result or by memory. Beyond what
 // was read nothing is touched: a damaged count must not cost the memory it asks for.
 static Offsets readOffsets(int fd, uint32_t count) {
-    Offsets offsets = {nullptr, 0};
+    Offsets offsets = {nullptr, 0, false};
     if (count <= INT32_MAX)
         offsets.table = static_cast<uint16_t *>(calloc(count, sizeof(uint16_t)));
     if (offsets.table == nullptr)
         return offsets;
     const size_t bytes = readInto(fd, offsets.table, count * sizeof(uint16_t));
     offsets.read = static_cast<uint32_t>((bytes + 1) / sizeof(uint16_t));
+    offsets.isWhole = bytes == count * sizeof(uint16_t);
     for (uint32_t index = 0; index < offsets.read; ++index)
         offsets.table[index] = be16toh(offsets.table[index]);
     return offsets;
@@ -97,15 +101,16 @@ int32_t getcmpLogFmt(const char *path, uint16_t **table, char **strings) {
     const int64_t fileSize = sizeOf(fd);
     if (fileSize < 1)
         return -1;
-    const uint32_t count = readCount(fd);
+    uint32_t count;
+    const bool isCounted = readCount(fd, &count);
     const Offsets offsets = readOffsets(fd, count);
-    const bool held = offsets.table != nullptr;
+    const bool isWhole = isCounted && offsets.isWhole;
     const uint16_t largest = largestOf(offsets);
     // Kept: handed over before it is known whether the rest can be read.
     handOver(offsets.table, table);
     char *const area =
-        held ? readStrings(fd, fileSize - COUNT_SIZE - OFFSET_SIZE * int64_t{count}, largest)
-             : nullptr;
+        isWhole ? readStrings(fd, fileSize - COUNT_SIZE - OFFSET_SIZE * int64_t{count}, largest)
+                : nullptr;
     if (area == nullptr)
         return complain("Unable to read ", path, " strings!");
     handOver(area, strings);

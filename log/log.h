@@ -93,7 +93,7 @@ QN_API int32_t getcmpLogFmt(const char *path, uint16_t **table, char **strings);
 /* Names the process, sets the defaults for messages that the shared table does not route, loads
    "cmpLogFmt" of the log root and opens its "logpipe". A null root is the environment's "LOGROOT",
    the empty one included, or "/usr/spool/log" where that is unset. A null name is no name: the
-   records show an empty one.
+   records show an empty one. A name that there is no memory for leaves the one before.
 
    0 on success. -1 when the formats cannot be loaded (the pipe of before stays open, no message
    number is good; name, root and defaults are the new ones already), and when the pipe cannot be
@@ -110,10 +110,12 @@ QN_API int32_t logInit(const char *name);
 QN_API int32_t logend(void);
 
 /* Changes the process name to a copy of the text and returns the one before, which stays good until
-   the next call; it may be given back. See above for a "%" in it. Null for no name. */
+   the next call; it may be given back. See above for a "%" in it. Null for no name; null, too, with
+   nothing changed, where memory is exhausted. */
 QN_API char *setLogProcName(const char *name);
 
-/* A copy of the process name, good until the next call; null when there is none. */
+/* A copy of the process name, good until the next call; null when there is none, and where memory
+ * is exhausted. */
 QN_API char *getLogProcName(void);
 
 /* Build a record and send nothing. Returns the record, its 8-digit destination first; null for a
@@ -140,7 +142,8 @@ QN_API char *vlogMsg(int32_t number, const char *file, int32_t line, va_list arg
 QN_API char *logMsg(int32_t number, const char *file, int32_t line, ...);
 
 /* Logs the system error that errno holds (message 1727 + errno) with the formatted text as its
-   argument; a null or empty format is the empty text. Results as logEvent. Where the environment
+   argument; a null or empty format is the empty text, and so is one that cannot be formatted.
+   Results as logEvent. Where the environment
    had "OLD_LOGPERROR" begin with Y, y, T or t at the first call of the process, the destination and
    priority given are ignored: _destination and priority 3 it is. Kept: scripts rely on it. */
 QN_API char *logperror(uint32_t destination, int32_t priority, const char *file, int32_t line,

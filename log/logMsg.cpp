@@ -108,6 +108,8 @@ int32_t logend(void) {
 
 char *setLogProcName(const char *name) {
     char *const copy = mkcopy(name); // before the release: it may be the previous name
+    if (copy == nullptr && name != nullptr)
+        return nullptr;
     freecopy(client.previousName);
     client.previousName = logProcName;
     logProcName = copy;
