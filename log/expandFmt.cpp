@@ -216,19 +216,28 @@ char *getExpansionFmt(void) {
     return expansionSettings.format;
 }
 
-void chgExpansionFmt(const char *format) {
-    if (format == nullptr)
-        return;
-    if (!isValidFormat(format)) {
-        fprintf(stderr, "Invalid expansion format - %s\n", format);
-        return;
-    }
+// Installs a copy; false when memory is exhausted.
+static bool installFormat(const char *format) {
     char *copy = mkcopy(format);
     if (copy == nullptr)
-        return;
+        return false;
     freecopy(expansionSettings.format);
     expansionSettings.format = copy;
     expansionSettings.usesSynthetic = strchr(copy, '@') != nullptr;
+    return true;
+}
+
+// An invalid format is told of, and refused.
+static bool acceptsFormat(const char *format) {
+    const bool isValid = isValidFormat(format);
+    if (!isValid)
+        fprintf(stderr, "Invalid expansion format - %s\n", format);
+    return isValid;
+}
+
+void chgExpansionFmt(const char *format) {
+    if (format != nullptr && acceptsFormat(format))
+        installFormat(format);
 }
 
 // Wrapping and visible mode.
@@ -295,32 +304,34 @@ int32_t visualWidth(const char *text, int32_t start) {
     return clampTo32(column - origin);
 }
 
-// The environment.
+// The environment. What there is no memory for now is asked for again by the next expansion.
 
-static void settleFormat() {
+static bool settleFormat() {
     if (expansionSettings.format != nullptr)
-        return;
+        return true;
     const char *format = getenv("LOGFORMAT");
-    if (format != nullptr)
-        chgExpansionFmt(format);
-    if (expansionSettings.format == nullptr)
-        chgExpansionFmt(DEFAULT_FORMAT);
+    return installFormat(format != nullptr && acceptsFormat(format) ? format : DEFAULT_FORMAT);
 }
 
-static void settleCutoff() {
-    ExpansionSettings &own = expansionSettings;
-    if (own.cutoff >= 0)
-        return;
-    const char *column = getenv("LOGCOLUMN");
-    own.cutoff = column == nullptr ? 0 : clampTo32(strtol(column, nullptr, 10));
-    if (own.cutoff == 0 || own.contPrefix != nullptr)
-        return;
+static bool settlePrefix() {
     const char *prefix = getenv("LOGCONTPREFIX");
-    if (prefix != nullptr)
-        chgContinuationPrefix(prefix);
+    if (expansionSettings.contPrefix != nullptr || prefix == nullptr)
+        return true;
+    chgContinuationPrefix(prefix);
+    return expansionSettings.contPrefix != nullptr;
 }
 
-void settleExpansionSettings(void) {
-    settleFormat();
-    settleCutoff();
+static bool settleCutoff() {
+    if (expansionSettings.cutoff >= 0)
+        return true;
+    const char *column = getenv("LOGCOLUMN");
+    const int32_t cutoff = column == nullptr ? 0 : clampTo32(strtol(column, nullptr, 10));
+    if (cutoff != 0 && !settlePrefix())
+        return false;
+    expansionSettings.cutoff = cutoff;
+    return true;
+}
+
+int settleExpansionSettings(void) {
+    return settleFormat() && settleCutoff() ? 1 : 0;
 }

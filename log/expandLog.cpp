@@ -277,9 +277,9 @@ char *expandLogEnhanced(char *record, uint32_t flags, int32_t *indexOut) {
     if (expanding)
         return nullptr;
     expanding = true;
-    settleExpansionSettings();
+    const bool isSettled = settleExpansionSettings() != 0;
     // The parsed copy outlives the buffers, which the record itself may lie in.
-    LogMsg *msg = parseCmpLogEnhanced(record, 0, flags);
+    LogMsg *msg = isSettled ? parseCmpLogEnhanced(record, 0, flags) : nullptr;
     char *text = nullptr;
     if (msg != nullptr) {
         *indexOut = msg->index;

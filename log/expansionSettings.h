@@ -34,8 +34,8 @@ typedef struct ExpansionSettings {
 extern ExpansionSettings expansionSettings;
 
 /* What an expansion starts with: where the format or the cut-off is not set, takes it from the
-   environment, and with the cut-off the continuation prefix. */
-void settleExpansionSettings(void);
+   environment, and with the cut-off the continuation prefix. 1, or 0 when memory is exhausted. */
+int settleExpansionSettings(void);
 
 #ifdef __cplusplus
 }
