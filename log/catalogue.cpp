@@ -4,6 +4,7 @@
 #include "../options/parseln.h"
 #include "../options/readInfo.h"
 
+#include <errno.h>
 #include <stdarg.h>
 #include <stdlib.h>
 #include <string.h>
@@ -38,10 +39,10 @@ int32_t leadingNumber(const char *text, int base, const char **end) {
                                 : static_cast<int32_t>(number);
 }
 
-void readDefines(FILE *stream, DefineHandler handler, void *context) {
+bool readDefines(FILE *stream, DefineHandler handler, void *context) {
     ReadInfo saved;
     resetReadLine(&saved);
-    for (char *line; (line = readLine(stream)) != nullptr;) {
+    for (char *line; (line = readLine(stream)) != nullptr && ferror(stream) == 0;) {
         char *words[DEFINE_MAX_WORDS];
         if (*line != '#')
             continue;
@@ -49,5 +50,8 @@ void readDefines(FILE *stream, DefineHandler handler, void *context) {
         if (count > 2 && strcmp(words[0], "#define") == 0)
             handler(context, words, count);
     }
+    // Kept: a folder opens like a file and reads as an empty one.
+    const bool isWhole = ferror(stream) != 0 ? errno == EISDIR : feof(stream) != 0;
     setReadLine(&saved);
+    return isWhole;
 }

@@ -33,7 +33,8 @@ typedef void (*DefineHandler)(void *context, char **words, int32_t count);
 
 /* Reads the stream to its end and hands over each line that starts with "#" and whose first word is
    "#define", if it has three words. Words beyond the fourth are not looked at. The line reader's
-   state is given back as it was; the handler may read other files with it. */
-void readDefines(FILE *stream, DefineHandler handler, void *context);
+   state is given back as it was; the handler may read other files with it. False when the stream
+   cannot be read to its end, or memory for a line is exhausted. */
+bool readDefines(FILE *stream, DefineHandler handler, void *context);
 
 #endif

@@ -184,7 +184,11 @@ static const char *readDictionary(uint32_t number) {
         return nullptr;
     ReadInfo saved;
     resetReadLine(&saved);
+    clearerr(dictFile); // of a lookup before
     const char *text = readLine(dictFile);
+    // Part of a line is none.
+    if (ferror(dictFile) != 0)
+        text = nullptr;
     // Copied before the reader's own buffer comes back.
     if (text != nullptr)
         text = formatAnew(&line, "%s", text);

@@ -38,33 +38,33 @@ static void dropTable() {
     classTable = 0;
 }
 
-// Takes the copy of the name over.
-static void appendClass(char *name, int32_t start) {
-    const LogStartClass record = {name, start};
-    if (name != nullptr && arrayPut(classTable, &record) == nullptr)
-        freecopy(name);
+// Appends a class named by the first characters of the text; false when memory is exhausted.
+static bool appendClass(const char *text, size_t length, int32_t start) {
+    const LogStartClass record = {strndup(text, length), start};
+    if (record.name != nullptr && arrayPut(classTable, &record) != nullptr)
+        return true;
+    freecopy(record.name);
+    return false;
 }
 
-// A copy of the class's name in "_NAMEMSG_START"; null when the word is none such.
-static char *classNameIn(const char *word) {
+// The length of the class's name in "_NAMEMSG_START", behind the "_"; 0 when the word is none such.
+static size_t classNameLength(const char *word) {
     const size_t length = strlen(word), suffix = strlen(START_SUFFIX);
     if (word[0] != '_' || length < suffix + 2 || strcmp(word + length - suffix, START_SUFFIX) != 0)
-        return nullptr;
-    char *name = mkcopy(word + 1);
-    if (name != nullptr)
-        name[length - 1 - suffix] = '\0';
-    return name;
+        return 0;
+    return length - 1 - suffix;
 }
 
-static void readClass(void *, char **words, int32_t) {
+static void readClass(void *context, char **words, int32_t) {
     const char *number = words[2];
     if (*number == '\0' || number[strspn(number, "0123456789")] != '\0')
         return;
-    const int32_t start = leadingNumber(number, 10, nullptr);
-    if (words[1][0] == '_' && strcmp(words[1] + 1, END_NAME) == 0)
-        appendClass(mkcopy(END_NAME), start);
-    else
-        appendClass(classNameIn(words[1]), start);
+    const char *name = words[1][0] == '_' ? words[1] + 1 : words[1];
+    const bool isEnd = name != words[1] && strcmp(name, END_NAME) == 0;
+    const size_t length = isEnd ? strlen(END_NAME) : classNameLength(words[1]);
+    bool *isWhole = static_cast<bool *>(context);
+    if (length != 0 && !appendClass(name, length, leadingNumber(number, 10, nullptr)))
+        *isWhole = false;
 }
 
 static uint32_t readStartClasses(const char *path) {
@@ -80,8 +80,10 @@ static uint32_t readStartClasses(const char *path) {
         return 0;
     }
     classTable = arrayOpen(0, sizeof(LogStartClass));
-    if (classTable != 0)
-        readDefines(stream, readClass, nullptr);
+    bool isWhole = true;
+    // Half a table would be taken for the whole one from here on.
+    if (classTable != 0 && (!readDefines(stream, readClass, &isWhole) || !isWhole))
+        dropTable();
     fclose(stream);
     return classTable;
 }

@@ -39,7 +39,7 @@ QN_API extern int32_t logClassReadCnt;
 
 /* Reads the file at the path, or the default one for null. Returns the handle of the table, an
    array of LogStartClass (buffers/arrays.h); 0, and no table, when the file cannot be opened or
-   memory is exhausted. */
+   read to its end, or memory is exhausted. */
 QN_API uint32_t logReadStartClasses(const char *path);
 
 /* The start of the first class of that name; LOG_UNKNOWN_CLASS for any other name, null and the

@@ -11,6 +11,7 @@
 #include "../regex/regularExp.h"
 
 #include <dirent.h>
+#include <errno.h>
 #include <stddef.h>
 #include <stdlib.h>
 #include <string.h>
@@ -28,6 +29,7 @@ static CharBuffer *headerPath;
 static uint32_t symbolTable; // 0: none
 static SymbolIndex symbolIndex;
 static bool readingSymbols; // all headers: see haveSymbols
+static bool readGivenUp;    // the last time
 
 // ---- the table
 
@@ -106,6 +108,7 @@ static void setDefaultDir() {
 // A header being read.
 struct HeaderRead {
     int32_t added;
+    bool isWhole; // false once memory was exhausted
     // The class looked up last: one of the table's texts, or null
     const char *className;
     int32_t classStart;
@@ -135,6 +138,7 @@ static void appendSymbol(HeaderRead *read, char *name, char *className, const ch
     }
     if (arrayPut(symbolTable, &symbol) == nullptr) {
         read->className = nullptr;
+        read->isWhole = false;
         releaseSymbol(&symbol);
         return;
     }
@@ -145,55 +149,101 @@ static bool isComment(const char *word) {
     return strncmp(word, "/*", 2) == 0;
 }
 
+// As regularExp; *isWhole becomes false when it was memory that was lacking.
+static bool matches(const char *pattern, const char *text, CaptureBlock **groups, bool *isWhole) {
+    errno = 0;
+    const bool isMatch = regularExp(pattern, text, groups) != nullptr;
+    if (!isMatch && errno == ENOMEM)
+        *isWhole = false;
+    return isMatch;
+}
+
 static void readSymbol(void *context, char **words, int32_t count) {
-    if (regularExp(symbolPatterns::DEFINED_NAME.bytes, words[1], nullptr) == nullptr ||
-        (count > 3 && !isComment(words[3])))
-        return;
+    HeaderRead *read = static_cast<HeaderRead *>(context);
     CaptureBlock *groups;
-    if (regularExp(symbolPatterns::LOG_FORM.bytes, words[2], &groups) == nullptr)
+    if ((count > 3 && !isComment(words[3])) ||
+        !matches(symbolPatterns::DEFINED_NAME.bytes, words[1], nullptr, &read->isWhole) ||
+        !matches(symbolPatterns::LOG_FORM.bytes, words[2], &groups, &read->isWhole))
         return;
     // Copied before the class is looked up, which may read another file.
     char *name = mkcopy(words[1]);
     char *className = mkcopy(groups->group[symbolPatterns::GROUP_CLASS]);
-    if (name != nullptr && className != nullptr)
-        appendSymbol(static_cast<HeaderRead *>(context), name, className,
-                     groups->group[symbolPatterns::GROUP_NUMBER]);
-    else {
+    if (name != nullptr && className != nullptr) {
+        appendSymbol(read, name, className, groups->group[symbolPatterns::GROUP_NUMBER]);
+    } else {
+        read->isWhole = false;
         freecopy(name);
         freecopy(className);
     }
     free(groups);
 }
 
-int32_t logReadHeader(const char *path) {
+// Takes back what was appended beyond so many records: half a header would be taken for the whole.
+static void dropBeyond(uint32_t count) {
+    clearSymbolIndex(&symbolIndex);
+    while (symbolCount() > count) {
+        LogSymbol *last = &symbols()[symbolCount() - 1];
+        releaseSymbol(last);
+        arrayDel(symbolTable, last);
+    }
+    if (count == 0)
+        logFreeSymbols();
+}
+
+// Appends all or nothing, and then gives false.
+static bool appendHeader(FILE *stream, int32_t *added) {
+    if (symbolTable == 0)
+        symbolTable = arrayOpen(0, sizeof(LogSymbol));
+    if (symbolTable == 0)
+        return false;
+    const uint32_t before = symbolCount();
+    HeaderRead read = {0, initSptr() != nullptr, nullptr, 0};
+    const bool isRead = readDefines(stream, readSymbol, &read);
+    if (!isRead || !read.isWhole)
+        dropBeyond(before);
+    else
+        *added = read.added;
+    return isRead && read.isWhole;
+}
+
+// False when it could not be read whole; one that cannot be opened is passed over.
+static bool readHeader(const char *path, int32_t *added) {
     if (path == nullptr)
-        return 0;
+        return true;
     FILE *stream = fopen(path, "r");
     if (stream == nullptr) {
         logperror(_destination, 2, "../logSyms", 265, "%s", path);
-        return 0;
+        return true;
     }
-    if (symbolTable == 0)
-        symbolTable = arrayOpen(0, sizeof(LogSymbol));
-    HeaderRead read = {0, nullptr, 0};
-    if (symbolTable != 0)
-        readDefines(stream, readSymbol, &read);
+    const bool isAppended = appendHeader(stream, added);
     fclose(stream);
-    return read.added;
+    return isAppended;
+}
+
+int32_t logReadHeader(const char *path) {
+    int32_t added = 0;
+    readHeader(path, &added);
+    return added;
 }
 
 // ---- all headers
 
+// The number of symbols; -1 when a header, or the directory, could not be read whole.
 static int32_t readHeaders(DIR *dir) {
     int32_t total = 0;
-    for (const dirent *entry; (entry = readdir(dir)) != nullptr;) {
-        if (regularExp(symbolPatterns::HEADER_FILE.bytes, entry->d_name, nullptr) == nullptr)
+    bool isWhole = initSptr() != nullptr;
+    for (;;) {
+        errno = 0;
+        const dirent *entry = readdir(dir);
+        if (entry == nullptr)
+            return errno == 0 && isWhole ? total : -1;
+        if (!matches(symbolPatterns::HEADER_FILE.bytes, entry->d_name, nullptr, &isWhole))
             continue;
         const char *path = formatAnew(&headerPath, "%s/%s", currentDir, entry->d_name);
-        if (path != nullptr)
-            total += logReadHeader(path);
+        int32_t added = 0;
+        isWhole = isWhole && path != nullptr && readHeader(path, &added);
+        total += added;
     }
-    return total;
 }
 
 int32_t logReadSymbols(const char *dir) {
@@ -201,6 +251,7 @@ int32_t logReadSymbols(const char *dir) {
         return 0;
     if (currentDir == nullptr)
         setDefaultDir();
+    readGivenUp = currentDir == nullptr;
     logFreeSymbols();
     DIR *stream = currentDir == nullptr ? nullptr : opendir(currentDir);
     if (stream == nullptr)
@@ -209,8 +260,15 @@ int32_t logReadSymbols(const char *dir) {
     const int32_t total = readHeaders(stream);
     readingSymbols = false;
     closedir(stream);
+    readGivenUp = total < 0;
+    if (readGivenUp)
+        logFreeSymbols(); // the next lookup tries again
     logSortSymbols();
-    return total;
+    return readGivenUp ? 0 : total;
+}
+
+bool symbolsAreUnread() {
+    return symbolTable == 0 && readGivenUp;
 }
 
 static int compareSymbols(const void *left, const void *right) {

@@ -50,13 +50,16 @@ QN_API char *logSetHeaderDirName(const char *dir);
 QN_API char *logGetHeaderDirName(void);
 
 /* Appends the symbols of one header to the table and returns how many. 0 when the file cannot be
-   opened, which is reported through logperror, and for null, which is not. Lines that are no
-   definition of a message are passed over. The table is not sorted: see logSortSymbols. */
+   opened, which is reported through logperror, and for null, which is not; 0 and nothing appended,
+   too, when it cannot be read to its end or memory is exhausted. Lines that are no definition of a
+   message are passed over. The table is not sorted: see logSortSymbols. */
 QN_API int32_t logReadHeader(const char *path);
 
 /* Reads all headers of the directory, after making it the current one, or of the current one for
    null, in place of the symbols there were. Returns the number of symbols, 0 when the directory
-   cannot be read and, nothing changed, when memory for its name is exhausted. */
+   cannot be read and, nothing changed, when memory for its name is exhausted. 0 and no table, so
+   that the next lookup reads anew, when a header cannot be read to its end or memory is exhausted
+   meanwhile. */
 QN_API int32_t logReadSymbols(const char *dir);
 
 /* Sorts by name, bytewise, then by absolute number. logFindDefineName searches by that order. */

@@ -28,4 +28,8 @@ int64_t findAbsolute(const SymbolIndex *index, const LogSymbol *symbols, int32_t
 int64_t findRelative(const SymbolIndex *index, const LogSymbol *symbols, const char *className,
                      int32_t relIndex);
 
+/* Whether the last reading of all symbols was given up, so that a symbol not found may exist all
+   the same. Of logSyms.cpp. */
+bool symbolsAreUnread();
+
 #endif

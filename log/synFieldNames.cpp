@@ -3,6 +3,7 @@
 #include "byteClass.h"
 #include "logFields.h"
 
+#include <errno.h>
 #include <stddef.h>
 #include <stdlib.h>
 #include <string.h>
@@ -97,8 +98,10 @@ int32_t readArgumentNumber(const char *text, const char **end) {
 int32_t findArgumentName(int32_t index, const char *name, const char *end) {
     char *copy = strndup(name, static_cast<size_t>(end - name));
     if (copy == nullptr)
-        return -1;
+        return NO_MEMORY_FOR_NAME;
+    errno = 0;
     const int32_t position = cvtLogFieldNameToIndex(index, copy);
+    const bool isLookedUp = position >= 0 || errno != ENOMEM;
     free(copy);
-    return position;
+    return isLookedUp ? position : NO_MEMORY_FOR_NAME;
 }

@@ -50,8 +50,10 @@ const char *skipName(const char *text);
  * behind "0x". What does not fit is INT32_MAX. *end is behind the digits. */
 int32_t readArgumentNumber(const char *text, const char **end);
 
+#define NO_MEMORY_FOR_NAME (-2)
+
 /* The position of the message's argument of that name, given by its first and past its last
- * character; -1 for an unknown one. */
+ * character; -1 for an unknown one, NO_MEMORY_FOR_NAME where it could not be looked up. */
 int32_t findArgumentName(int32_t index, const char *name, const char *end);
 
 #endif

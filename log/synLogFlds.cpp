@@ -7,6 +7,7 @@
 #include "expandTime.h"
 #include "logSyms.h"
 #include "priorityMark.h"
+#include "symbolIndex.h"
 #include "synFieldNames.h"
 #include "textOut.h"
 
@@ -127,6 +128,7 @@ static const char *putArgument(const Filling &filling, const char *start, const 
     } else if (isNameStartByte(*selector)) {
         end = skipName(selector);
         position = findArgumentName(msg->index, selector, end);
+        noteAppend(filling.out, position != NO_MEMORY_FOR_NAME);
     } else {
         return selector; // the field's name, the bracket and the blanks are dropped. Kept.
     }
@@ -180,7 +182,7 @@ char *translateSynFields(CharBuffer *buffer, const char *text, LogMsg *msg, cons
     char *result = nullptr;
     if (ownText != nullptr && (ownKey != nullptr || key == nullptr)) {
         const LogSymbol *symbol = msg == nullptr ? nullptr : logFindAbsIndex(msg->index);
-        TextOut out = {buffer, false};
+        TextOut out = {buffer, symbol == nullptr && msg != nullptr && symbolsAreUnread()};
         fillIn({out, msg, symbol, ownKey}, ownText);
         result = finishText(out);
     }
