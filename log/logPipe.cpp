@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <pthread.h>
 #include <signal.h>
+#include <stdlib.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -49,8 +50,12 @@ static bool sendQuietly(const char *record) {
     pthread_sigmask(SIG_BLOCK, &sigpipe, &before);
     const bool wasBlocked = sigismember(&before, SIGPIPE) == 1;
     const bool wasPending = wasBlocked && sigpipeIsPending();
+    char *const block = pipeEnd.buffer;
     const bool sent = ipcSend(&pipeEnd, record) != -1;
     const int error = errno;
+    // A growth that failed left the old block to its readers: here there are none.
+    if (pipeEnd.buffer == nullptr)
+        free(block);
     if (!sent && error == EPIPE)
         takeSigpipe(&sigpipe, wasPending);
     if (!wasBlocked)

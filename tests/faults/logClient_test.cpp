@@ -278,13 +278,13 @@ const std::vector<Rows> rows = {
     {"fmtEvent", Fresh::IN_CHILD, formats, MEMORY},
     {"logEvent", Fresh::IN_CHILD, logs, SENDING},
     {"logEvent_again", Fresh::IN_CHILD, logsAgain, {WRITES_ONCE, WRITES_GONE, WRITES_INTERRUPTED}},
-    {"logEvent_shown", Fresh::IN_CHILD, shows, MEMORY + FILES},
-    {"logMsg_withoutTable", Fresh::IN_CHILD, logsWithoutTable, SENDING},
-    {"logMsg_byTable", Fresh::IN_CHILD, logsByTable, SENDING},
+    {"logEvent_shown", Fresh::IN_CHILD, shows, MEMORY + Kinds{IO_ERROR, IO_GONE}},
+    {"logMsg_withoutTable", Fresh::IN_CHILD, logsWithoutTable, {MEMORY_ONCE, IO_ERROR}},
+    {"logMsg_byTable", Fresh::IN_CHILD, logsByTable, {MEMORY_ONCE, INTERRUPTED, IO_GONE}},
     {"getLogMsgDstPri", Fresh::IN_CHILD, findsRow, MEMORY + FILES},
-    {"logperror", Fresh::IN_CHILD, logsError, SENDING},
-    {"logSysError", Fresh::IN_CHILD, logsSystemError, SENDING},
-    {"relogCmpMsg", Fresh::IN_CHILD, relogs, SENDING},
+    {"logperror", Fresh::IN_CHILD, logsError, MEMORY},
+    {"logSysError", Fresh::IN_CHILD, logsSystemError, MEMORY},
+    {"relogCmpMsg", Fresh::IN_CHILD, relogs, MEMORY + Kinds{NO_SPACE}},
 };
 
 QN_SWEEPS(rows);
