@@ -72,6 +72,12 @@ void makesState(Attempt &attempt) {
     EXPECT_EQ(startPatMatch(), nullptr);
 }
 
+void tellsStart(Attempt &attempt) {
+    EXPECT_EQ(attempt.under([] { return startPatMatch(); }), nullptr);
+    EXPECT_EQ(shown(regularExp(PATTERN.bytes, SUBJECT, nullptr)), " and more");
+    EXPECT_EQ(startPatMatch(), SUBJECT);
+}
+
 // ---- the clock
 
 bool alarmIsBlocked() {
@@ -140,6 +146,25 @@ void sleepsWithoutClock(Attempt &attempt) {
     EXPECT_EQ(left, attempt.faulted() ? 1U : 0U);
 }
 
+// Kept: SIGALRM stays blocked afterwards.
+void sleepsForASignal(Attempt &attempt) {
+    const uint32_t left = attempt.under([] { return clkSleep(1); });
+    EXPECT_EQ(left, attempt.faulted() ? 1U : 0U);
+    expectQueues();
+}
+
+void holdsFirst(Attempt &attempt) {
+    EXPECT_EQ(attempt.under([] { return clkHold(); }), 0);
+    clkRelease();
+    expectQueues();
+}
+
+void suspendsFirst(Attempt &attempt) {
+    EXPECT_EQ(attempt.under([] { return suspendTimeouts(); }), 0);
+    EXPECT_EQ(unsuspendTimeouts(), 0);
+    expectQueues();
+}
+
 std::string printed;
 
 void notePrinted(const char *text) {
@@ -187,10 +212,14 @@ const std::vector<Rows> rows = {
      {Kind{"memoryOnce", "malloc,calloc,realloc", ENOMEM, 0}, MEMORY_GONE}},
     {"regEx", Fresh::IN_THREAD, matchesIntoBuffers, MEMORY},
     {"initSptr", Fresh::IN_THREAD, makesState, MEMORY},
+    {"startPatMatch", Fresh::IN_THREAD, tellsStart, MEMORY},
     {"clkinit", Fresh::IN_CHILD, makesClock, MEMORY},
     {"clkinit_growing", Fresh::IN_CHILD, growsClock, MEMORY},
     {"clkTimeout", Fresh::IN_CHILD, queuesFirst, MEMORY},
-    {"deepSleep", Fresh::IN_CHILD, sleepsWithoutClock, MEMORY},
+    {"deepSleep", Fresh::IN_CHILD, sleepsWithoutClock, {MEMORY_GONE}},
+    {"clkSleep", Fresh::IN_CHILD, sleepsForASignal, {MEMORY_GONE}},
+    {"clkHold", Fresh::IN_CHILD, holdsFirst, MEMORY},
+    {"suspendTimeouts", Fresh::IN_CHILD, suspendsFirst, MEMORY},
     {"dumpClockCallOuts", Fresh::IN_CHILD, dumps, MEMORY},
     {"dumpClockCallOuts_toStandardError",
      Fresh::IN_CHILD,
