@@ -173,6 +173,20 @@ void expands(Attempt &attempt) {
     freecopy(expanded);
 }
 
+// Texts that need a growth of their own.
+void expandsLong(Attempt &attempt) {
+    const std::string value(300, 'v');
+    setenv("QN_LONG", value.c_str(), 1);
+    std::string text = "a$QN_LONG${QN_UNSET:-$QN_LONG}`printf %300s x`";
+    const std::string right = "a" + value + value + std::string(299, ' ') + "x";
+    for (const bool faulting : {true, false}) {
+        const auto expand = [&] { return shellVariable(text.data()); };
+        char *expanded = faulting ? attempt.under(expand) : expand();
+        EXPECT_EQ(shown(expanded), faulting && attempt.faulted() ? "(null)" : right);
+        freecopy(expanded);
+    }
+}
+
 void runs(Attempt &attempt) {
     std::string text = "`echo words`rest";
     char *output = nullptr;
@@ -371,6 +385,7 @@ const std::vector<Rows> rows = {
     {"readFpIntoArray", Fresh::IN_PLACE, readsStream, MEMORY + READING},
     {"parseXeqY", Fresh::IN_THREAD, parses, MEMORY},
     {"shellVariable", Fresh::IN_PLACE, expands, MEMORY + READING + Kinds{REFUSED}},
+    {"shellVariable_longTexts", Fresh::IN_PLACE, expandsLong, MEMORY},
     {"quotedShCmd", Fresh::IN_PLACE, runs, MEMORY + READING + Kinds{REFUSED}},
     {"setEnvVar", Fresh::IN_PLACE, exports, MEMORY},
     {"optStr", Fresh::IN_PLACE, storesText, MEMORY},
