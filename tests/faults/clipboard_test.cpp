@@ -256,6 +256,19 @@ void closes(Attempt &attempt) {
     close(attempt, file);
 }
 
+// A new clipboard's file is written to where it is open.
+void closesNew(Attempt &attempt) {
+    const ClipFile file;
+    Clipboard *clipboard = newClipboard(file.path.c_str());
+    ASSERT_NE(getClipboard(clipboard), 0U);
+    ASSERT_EQ(addClipEntry(clipboard, nullptr, "four", "4", nullptr), 1);
+    const int32_t written = attempt.under([&] { return closeClipboard(clipboard); });
+    EXPECT_EQ(file.text(), written == 1 ? "four=4\n" : "");
+    if (isOverlooked(attempt, {"lseek", "fstat", "fclose"}) && !attempt.isOnward()) {
+        EXPECT_EQ(written, 1) << "else the file is opened once more";
+    }
+}
+
 // A file that may not be written to any more is made anew.
 void closesReadOnly(Attempt &attempt) {
     const ClipFile file;
@@ -319,6 +332,7 @@ const std::vector<Rows> rows = {
     {"insertClipEntry", Fresh::IN_PLACE, insertsBefore, MEMORY},
     {"expandClipEntries", Fresh::IN_PLACE, expandsValues, MEMORY},
     {"closeClipboard", Fresh::IN_PLACE, closes, MEMORY + FILES + Kinds{WOULD_BLOCK} + TRANSFERS},
+    {"closeClipboard_ofNew", Fresh::IN_PLACE, closesNew, FILES},
     {"closeClipboard_madeAnew", Fresh::IN_PLACE, closesReadOnly, MEMORY + FILES + TRANSFERS},
     {"removeClipboard", Fresh::IN_PLACE, removes, FILES},
     {"quotePuts", Fresh::IN_PLACE, quotes, MEMORY + FILES},

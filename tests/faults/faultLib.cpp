@@ -158,7 +158,6 @@ FAILING(shmat, SYSTEM, void *, (int id, const void *place, int flags), (id, plac
         reinterpret_cast<void *>(-1))
 FAILING(shmctl, SYSTEM, int, (int id, int command, shmid_ds *status), (id, command, status), -1)
 FAILING(shmget, SYSTEM, int, (key_t key, size_t size, int flags), (key, size, flags), -1)
-FAILING(sigpending, SYSTEM, int, (sigset_t * set), (set), -1)
 FAILING(sigtimedwait, SYSTEM, int, (const sigset_t *set, siginfo_t *info, const timespec *limit),
         (set, info, limit), -1)
 FAILING(stat, SYSTEM, int, (const char *path, struct stat *status), (path, status), -1)
@@ -186,7 +185,7 @@ ENDING(closedir, DIR *)
 ENDING(fclose, FILE *)
 ENDING(pclose, FILE *)
 
-FAILING(munmap, SYSTEM, int, (void *place, size_t size), (place, size), -1)
+FAILING(munmap, MEMORY, int, (void *place, size_t size), (place, size), -1)
 
 // A stream's byte: the stream shows the error until it is cleared.
 REPLACES(getc, SYSTEM, int, FILE *)
@@ -278,7 +277,7 @@ static Hook *const HOOKS[] = {
     &hook_shmat,
     &hook_shmctl,
     &hook_shmget,
-    &hook_sigpending,
+
     &hook_sigtimedwait,
     &hook_stat,
     &hook_unlink,

@@ -181,6 +181,18 @@ void logsAgain(Attempt &attempt) {
     expectLogs(root);
 }
 
+// The signal of a pipe without a reader does not get through, whatever interrupts its being taken.
+void logsToNobody(Attempt &attempt) {
+    ClientRoot root;
+    root.start();
+    root.closeReader();
+    const char *body = attempt.under(logNumberText);
+    EXPECT_EQ(body, nullptr);
+    EXPECT_EQ(attempt.error(), ENXIO);
+    root.openReader();
+    expectLogs(root);
+}
+
 // Shown as well: a message that cannot be expanded, or written, is sent all the same.
 void shows(Attempt &attempt) {
     ClientRoot root;
@@ -278,6 +290,10 @@ const std::vector<Rows> rows = {
     {"fmtEvent", Fresh::IN_CHILD, formats, MEMORY},
     {"logEvent", Fresh::IN_CHILD, logs, SENDING},
     {"logEvent_again", Fresh::IN_CHILD, logsAgain, {WRITES_ONCE, WRITES_GONE, WRITES_INTERRUPTED}},
+    {"logEvent_withoutReader",
+     Fresh::IN_CHILD,
+     logsToNobody,
+     {{"EINTR", "sigtimedwait", EINTR, 0}}},
     {"logEvent_shown", Fresh::IN_CHILD, shows, MEMORY + Kinds{IO_ERROR, IO_GONE}},
     {"logMsg_withoutTable", Fresh::IN_CHILD, logsWithoutTable, {MEMORY_ONCE, IO_ERROR}},
     {"logMsg_byTable", Fresh::IN_CHILD, logsByTable, {MEMORY_ONCE, INTERRUPTED, IO_GONE}},
