@@ -517,7 +517,7 @@ TEST_F(Daemon, tornLineOfTheFileIsEnded) {
 TEST_F(Daemon, partOfARecordAtTheEndIsTakenBack) {
     const std::string whole = record("a\n12");
     for (const size_t part : {size_t{1}, size_t{3}, size_t{4}, size_t{5}, size_t{9}, size_t{14},
-                              size_t{25}, whole.size() - 2, whole.size() - 1}) {
+                              size_t{25}, whole.size() - 3, whole.size() - 2, whole.size() - 1}) {
         unlink(pipe.c_str());
         disconnect();
         dir.write("logfile", "text\n" + record("old") + "\n" + whole.substr(0, part));

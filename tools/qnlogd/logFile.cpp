@@ -64,7 +64,6 @@ static size_t partOfRecord(std::string_view tail) {
     return last >= ended && mayBecomeRecord(tail.substr(last)) ? tail.size() - last : 0;
 }
 
-/* Only where the file does not end in a line feed: what does may be whole. */
 void LogFile::mendTail() {
     constexpr off_t SEEN = 65536;
     struct stat status = {};
@@ -73,12 +72,12 @@ void LogFile::mendTail() {
         return;
     const off_t from = std::max<off_t>(0, status.st_size - SEEN);
     std::string tail(static_cast<size_t>(status.st_size - from), '\0');
-    if (pread(fd_, tail.data(), tail.size(), from) != static_cast<ssize_t>(tail.size()) ||
-        tail.back() == '\n')
+    if (pread(fd_, tail.data(), tail.size(), from) != static_cast<ssize_t>(tail.size()))
         return;
     const size_t part = partOfRecord(tail);
-    tornTail_ = part == 0 || ftruncate(fd_, status.st_size - static_cast<off_t>(part)) != 0;
-    if (!tornTail_)
+    const bool cut = part > 0 && ftruncate(fd_, status.st_size - static_cast<off_t>(part)) == 0;
+    tornTail_ = !cut && tail.back() != '\n';
+    if (cut)
         reportError(path_, 0,
                     "part of a record at its end is taken back, " + std::to_string(part) +
                         " bytes");
