@@ -4,8 +4,8 @@
  * A write that fails (a full disk) is reported once and the records are kept; who flushes tries
  * again, each second at least while failing() tells so. The file never ends in part of a record:
  * what a failed write or a killed predecessor left of one is taken back, and another line without
- * its end is given one. Whoever adds asks full() first: that is the bound, which one record may
- * pass, and at the start what the pipe held. */
+ * its end is given one. Whoever adds asks full() first: that is the bound, which one read of the
+ * pipe may pass, and at the start what the pipe held. */
 #ifndef TOOLS_QNLOGD_LOGFILE_H
 #define TOOLS_QNLOGD_LOGFILE_H
 

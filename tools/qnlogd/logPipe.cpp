@@ -77,11 +77,13 @@ bool LogPipe::close(const Consumer &consume) {
                      O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     if (fd_ < 0)
         throw systemFailure(path_, errno);
-    frames_.feed(readWaiting());
+    std::string bytes = readWaiting();
+    bytes += readWaiting(); // what came while the many were copied
+    ::close(fd_);           // before the records are taken: clients write all the while
+    fd_ = -1;
+    frames_.feed(bytes);
     takePieces(true, consume);
     reportDamage("at the end ");
-    ::close(fd_);
-    fd_ = -1;
     return waiting() == 0;
 }
 
