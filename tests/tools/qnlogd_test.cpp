@@ -300,7 +300,10 @@ TEST_F(Daemon, whatIsSentWhileItEndsIsWritten) {
             if (!ended)
                 kill(tool->pid(), SIGKILL);
             ASSERT_TRUE(ended);
-            await([&] { return sent == std::exchange(sent, flood.written()); }); // all gave up
+            await([&] { // all gave up
+                const size_t before = std::exchange(sent, flood.written());
+                return before == sent;
+            });
         }
         const std::string text = fileText(file);
         EXPECT_EQ(sent, static_cast<size_t>(std::count(text.begin(), text.end(), '\n')));

@@ -12,7 +12,7 @@ static FrameHeader counted(std::string_view digits, size_t size) {
         return {FrameHeader::UNKNOWN};
     size_t length = 0; // of nine digits at most
     std::from_chars(digits.data(), digits.data() + digits.size(), length);
-    return {FrameHeader::COUNTED, size, length};
+    return {length > MAX_FRAME_BYTES ? FrameHeader::TOO_LONG : FrameHeader::COUNTED, size, length};
 }
 
 FrameHeader readFrameHeader(std::string_view bytes) {

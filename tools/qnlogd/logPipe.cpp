@@ -1,20 +1,19 @@
 #include "logPipe.h"
 
-#include "frameHeader.h"
-#include "recoverFrames.h"
+#include "recordFrames.h"
 #include "../common/report.h"
 #include "../common/terminal.h"
 
 #include "core/ipcComm.h"
 
 #include <cerrno>
-#include <climits>
 #include <cstring>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+constexpr size_t SAMPLE_BYTES = 43; // of damage, in a report
 constexpr size_t BLOCK_BYTES = 64 << 10;
 constexpr int WANTED_CAPACITY = 1 << 20; // a burst waits here instead of being refused
 
@@ -64,8 +63,23 @@ std::string LogPipe::readWaiting() const {
     return bytes;
 }
 
+void LogPipe::noteDamage(std::string_view bytes) {
+    damaged_ += bytes.size();
+    sample_ += bytes.substr(0, SAMPLE_BYTES - sample_.size());
+}
+
 void LogPipe::recover(const Consumer &consume) {
-    salvage(readWaiting(), consume);
+    const std::string read = readWaiting();
+    std::string_view bytes = read;
+    const size_t cut = cutFrame(bytes);
+    if (cut == std::string_view::npos) {
+        frames_.loseStep();
+    } else {
+        noteDamage(bytes.substr(0, cut));
+        bytes.remove_prefix(cut);
+    }
+    frames_.feed(bytes);
+    takePieces(true, consume);
     reportDamage("at the start ");
 }
 
@@ -87,33 +101,14 @@ bool LogPipe::close(const Consumer &consume) {
     return waiting() == 0;
 }
 
-// The frames among bytes that are not one themselves; the rest is damage.
-void LogPipe::salvage(std::string_view bytes, const Consumer &consume) {
-    const Recovered found = recoverFrames(bytes, false);
-    for (const std::string_view body : found.bodies)
-        consume(body);
-    damaged_ += found.discarded;
-    sample_ += found.sample.substr(0, SAMPLE_BYTES - sample_.size());
-}
-
-/* A frame that lost its end took what came behind it for its body. One that came in one piece has
-   lost nothing, whatever its text looks like. */
-void LogPipe::takeBody(std::string_view body, const Consumer &consume) {
-    const bool mayBeTorn = body.size() > PIPE_BUF - LONGEST_HEADER;
-    if (hasDestination(body) && !(mayBeTorn && !recoverFrames(body, false).bodies.empty()))
-        consume(body);
-    else
-        salvage(body, consume);
-}
-
 void LogPipe::takePieces(bool drained, const Consumer &consume) {
     while (const std::optional<Piece> piece = frames_.next(drained)) {
-        if (piece->kind == Piece::BODY)
-            takeBody(piece->bytes, consume);
-        else if (piece->kind == Piece::DAMAGE)
-            salvage(piece->bytes, consume);
-        else
+        if (piece->kind == Piece::EMPTY)
             emptyFrames_++;
+        else if (piece->kind == Piece::BODY && hasDestination(piece->bytes))
+            consume(piece->bytes);
+        else
+            noteDamage(piece->bytes);
     }
 }
 

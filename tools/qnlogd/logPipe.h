@@ -41,8 +41,7 @@ class LogPipe {
 
   private:
     std::string readWaiting() const;
-    void takeBody(std::string_view body, const Consumer &consume);
-    void salvage(std::string_view bytes, const Consumer &consume);
+    void noteDamage(std::string_view bytes);
     void takePieces(bool drained, const Consumer &consume);
     void reportDamage(const char *when);
 

@@ -2,7 +2,7 @@
  * appends them to the log file. One thread, which waits in one place; signals arrive only there. */
 #include "logFile.h"
 #include "logPipe.h"
-#include "recoverFrames.h"
+#include "recordFrames.h"
 
 #include "../common/commandLine.h"
 #include "../common/report.h"

@@ -1,4 +1,4 @@
-#include "recoverFrames.h"
+#include "recordFrames.h"
 
 #include "frameHeader.h"
 
@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cctype>
 #include <climits>
+#include <string>
 
 bool hasDestination(std::string_view body) {
     const std::string_view digits = body.substr(0, DESTINATION_BYTES);
@@ -36,6 +37,35 @@ static std::string_view frameBody(std::string_view bytes) {
     return behind.substr(0, header.length);
 }
 
+size_t wholeRecord(std::string_view bytes) {
+    const std::string_view body = frameBody(bytes);
+    return isRecord(body) ? static_cast<size_t>(body.data() + body.size() - bytes.data()) : 0;
+}
+
+bool beginsFrame(std::string_view bytes) {
+    const FrameHeader header = readFrameHeader(bytes);
+    const bool hasBody = header.kind == FrameHeader::LINE || header.length > 0;
+    return hasBody && hasDestination(bytes.substr(header.size, DESTINATION_BYTES + 1));
+}
+
+// What a header can begin with.
+static size_t nextPlace(std::string_view bytes, size_t from) {
+    return std::min(bytes.find_first_of("0123456789< ", from), bytes.size());
+}
+
+std::optional<RecordPlace> findRecord(std::string_view bytes, size_t from, size_t before) {
+    for (size_t at = nextPlace(bytes, from); at < before; at = nextPlace(bytes, at + 1)) {
+        const FrameHeader header = readFrameHeader(bytes.substr(at));
+        const bool hasBody = header.kind == FrameHeader::LINE || header.length > 0;
+        const bool begins = hasBody && isRecord(bytes.substr(at + header.size));
+        if (begins && header.kind == FrameHeader::TOO_LONG)
+            at += header.size - 1; // no digit of it begins another
+        else if (begins)
+            return RecordPlace{at, header.size, !frameBody(bytes.substr(at)).empty()};
+    }
+    return std::nullopt;
+}
+
 static bool framesReachTheEnd(std::string_view bytes) {
     bool first = true;
     while (!bytes.empty()) {
@@ -48,32 +78,10 @@ static bool framesReachTheEnd(std::string_view bytes) {
     return !first;
 }
 
-// The bytes before the frames that reach the end, when they can be one frame cut short; else 0.
-static size_t cutFrame(std::string_view bytes) {
+size_t cutFrame(std::string_view bytes) {
     const size_t most = std::min<size_t>(bytes.size(), PIPE_BUF);
     for (size_t at = 0; at < most; at++)
         if (framesReachTheEnd(bytes.substr(at)))
             return at;
-    return 0;
-}
-
-Recovered recoverFrames(std::string_view bytes, bool inStep) {
-    Recovered result;
-    result.discarded = inStep ? 0 : cutFrame(bytes);
-    result.sample = bytes.substr(0, std::min(result.discarded, SAMPLE_BYTES));
-    for (size_t at = result.discarded; at < bytes.size();) {
-        const std::string_view body = frameBody(bytes.substr(at));
-        inStep = !body.empty() && (inStep ? hasDestination(body) : isRecord(body));
-        if (inStep) {
-            result.bodies.push_back(body);
-            at = static_cast<size_t>(body.data() + body.size() - bytes.data());
-            continue;
-        }
-        // On to the next byte that a header can begin with.
-        const size_t next = std::min(bytes.find_first_of("0123456789< ", at + 1), bytes.size());
-        result.sample += bytes.substr(at, std::min(next - at, SAMPLE_BYTES - result.sample.size()));
-        result.discarded += next - at;
-        at = next;
-    }
-    return result;
+    return std::string_view::npos;
 }
