@@ -7,7 +7,15 @@
 #include <string.h>
 #include <sys/mman.h>
 #include <unistd.h>
+#ifdef __has_feature // clang's way to tell
+#if __has_feature(address_sanitizer)
+#define LEAKS_CHECKED
+#endif
+#endif
 #ifdef __SANITIZE_ADDRESS__
+#define LEAKS_CHECKED
+#endif
+#ifdef LEAKS_CHECKED
 #include <sanitizer/lsan_interface.h>
 #endif
 
@@ -111,7 +119,7 @@ static ArrayDescriptor *makeTable(uint32_t count) {
         munmap(space, bytes);
         return nullptr;
     }
-#ifdef __SANITIZE_ADDRESS__
+#ifdef LEAKS_CHECKED
     // The leak check looks for pointers to blocks in the heap and in globals only.
     __lsan_register_root_region(space, bytes);
 #endif
