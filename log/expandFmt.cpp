@@ -65,7 +65,16 @@ static bool readDirectoryEntry(int fd, int32_t index, TextPlace *place) {
            length <= INT32_MAX;
 }
 
+// Whether the file has the text: a damaged length must not cost the memory it asks for.
+static bool hasText(int fd, const TextPlace &place) {
+    char last;
+    return place.length == 0 || (place.offset <= INT64_MAX - place.length &&
+                                 readAt(fd, &last, 1, place.offset + place.length - 1));
+}
+
 static char *readText(int fd, const TextPlace &place) {
+    if (!hasText(fd, place))
+        return nullptr;
     const size_t length = static_cast<size_t>(place.length);
     char *text = static_cast<char *>(malloc(length + 1));
     if (text == nullptr)

@@ -100,6 +100,15 @@ TEST(TextFormatFile, damagedEntriesGiveNull) {
     });
 }
 
+TEST(TextFormatFile, lengthBeyondTheFileAsksForNoMemory) {
+    withFile(entry("32 2") + entry("32 2147483647") + "aa", [] {
+        EXPECT_EQ(textOf(0), "aa");
+        const size_t before = lastAllocSize();
+        EXPECT_EQ(getExpandFmt(1), nullptr);
+        EXPECT_EQ(lastAllocSize(), before);
+    });
+}
+
 TEST(TextFormatFile, indexesOutsideTheFileGiveNullWithoutCost) {
     withTexts({{0, "zero"}}, [] {
         for (int32_t index :
