@@ -20,7 +20,8 @@
 
    Arguments, message, record text and key are quoted if they hold a blank, a tab or a double quote,
    so that the result can be split into words again. A backslash makes the character behind it an
-   ordinary one.
+   ordinary one: of a field behind one, the closing "@" starts another field where one more "@"
+   follows ("\@p@ @i@" holds the field "@ @", which is none).
 
    translateSynFields and the checkers use the catalogue and, for "@message@", the expansion: one
    thread at a time, and no signal handler. The quoting pair works on the caller's buffer alone. */

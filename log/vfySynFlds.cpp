@@ -127,13 +127,15 @@ int decodeSynField(int32_t index, const char *text, char **error, char **next, i
     return end != nullptr ? 1 : 0;
 }
 
-// Behind a backslash and what it takes with it: a whole field where a known one stands there, else
-// one character.
+// Behind a backslash and what it takes with it: one character; and all of a known field whose
+// closing
+// "@" is the template's last. With another "@" behind it, that closing one starts a field for the
+// translator, and so it does here.
 static const char *skipEscaped(const char *backslash) {
     const char *escaped = backslash + 1;
     if (*escaped == '@') {
         const SynField field = findSynField(escaped);
-        if (field.kind != SynFieldKind::UNKNOWN)
+        if (field.kind != SynFieldKind::UNKNOWN && strchr(field.end, '@') == nullptr)
             return field.end;
     }
     return *escaped != '\0' ? escaped + 1 : escaped;

@@ -417,7 +417,11 @@ TEST(Check, argumentsByName) {
 TEST(Check, backslashesHideFields) {
     expectVerdicts({
         {7, "\\@key@", nullptr},
-        {7, "\\@key@ @key@", "@key@ : specified in illegal context"},
+        // Another "@" behind: the translator reads the closing one as the start of a field.
+        {7, "\\@key@ @key@", "@ @ : Unrecognized synthetic field name"},
+        {7, "\\@p@ @i@", "@ @ : Unrecognized synthetic field name"},
+        {7, "\\@key@p@", nullptr},
+        {7, "\\@key@key@", "@key@ : specified in illegal context"},
         {7, "\\\\@key@", "@key@ : specified in illegal context"},
         {7, "\\\\\\@key@", nullptr},
         {7, "\\@ @p@", nullptr}, // "@ @" is no field's name: only the "@" is taken
