@@ -1,6 +1,6 @@
 /* Receiving frames: any bytes, in whole, short and interrupted reads. A body is what the last read
    gave, nothing is read past it, and memory is touched by no more than what arrived, whatever
-   length a header tells. */
+   length a header tells. In whole reads each call takes the frame that the bytes hold. */
 #include "core/ipcComm.h"
 #include "support/scratch.h"
 
@@ -121,6 +121,61 @@ static void releaseBuffer(char *buffer) {
     mapping = nullptr;
 }
 
+// ---- the frames of a stream that is read whole
+
+static std::string_view take(std::string_view &bytes, size_t count) {
+    const std::string_view taken = bytes.substr(0, count);
+    bytes.remove_prefix(taken.size());
+    return taken;
+}
+
+static bool areDigits(std::string_view text) {
+    return std::all_of(text.begin(), text.end(), [](char ch) { return ch >= '0' && ch <= '9'; });
+}
+
+static std::string_view takeThroughNewline(std::string_view &bytes) {
+    const size_t end = bytes.find('\n');
+    return take(bytes, end == std::string_view::npos ? end : end + 1);
+}
+
+static bool isLine(std::string_view text) {
+    return !text.empty() && text.back() == '\n';
+}
+
+// What a call returns: -1 for the end within something, 0 for the end of file or an empty body.
+struct Frame {
+    int32_t result;
+    std::string_view body;
+};
+
+static Frame frameOf(std::string_view body) {
+    return {static_cast<int32_t>(body.size()), body};
+}
+
+static Frame nextFrame(std::string_view &bytes) {
+    while (true) {
+        const std::string_view head = take(bytes, 3);
+        if (head.size() < 3)
+            return {head.empty() ? 0 : -1, {}};
+        if (areDigits(head))
+            return frameOf(take(bytes, std::stoul(std::string(head))));
+        if (head == "   ") {
+            const std::string_view line = takeThroughNewline(bytes);
+            return isLine(line) ? frameOf(line) : Frame{-1, {}};
+        }
+        if (head[0] == '<' && areDigits(head.substr(1, 1)) && head[2] == '>') {
+            const size_t count = static_cast<size_t>(head[1] - '0');
+            const std::string_view digits = take(bytes, count);
+            if (digits.size() < count || count == 0)
+                return {digits.empty() ? 0 : -1, {}};
+            if (areDigits(digits))
+                return frameOf(take(bytes, std::stoul(std::string(digits))));
+        }
+        if (head[2] != '\n' && !isLine(takeThroughNewline(bytes)))
+            return {-1, {}};
+    }
+}
+
 // ---- what holds of each call
 
 static void checkDiscarded() {
@@ -149,7 +204,7 @@ static void releaseLost(const IpcChannel &channel, char *before) {
     releaseBuffer(before);
 }
 
-static void receive(IpcChannel &channel) {
+static int32_t receive(IpcChannel &channel) {
     char *const before = channel.buffer;
     given.clear();
     errno = 77;
@@ -160,6 +215,16 @@ static void receive(IpcChannel &channel) {
     if (length > 0)
         checkBody(channel, length);
     checkDiscarded();
+    return length;
+}
+
+static void receiveWhole(IpcChannel &channel) {
+    std::string_view left = stream;
+    const Frame frame = nextFrame(left);
+    const int32_t length = receive(channel);
+    const bool exhausted = length == -1 && errno == ENOMEM;
+    FUZZ_CHECK(exhausted || (length == frame.result && stream.size() == left.size()));
+    FUZZ_CHECK(length <= 0 || frame.body.compare({channel.buffer, frame.body.size()}) == 0);
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
@@ -173,8 +238,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     reads = 0;
 
     IpcChannel channel = {PIPE, 0, 0, 0, nullptr};
-    for (size_t calls = 0; calls < input.size() + 2 * count + 8 && !stream.empty(); ++calls)
-        receive(channel);
+    const size_t most = input.size() + 2 * count + 8; // failing reads take nothing
+    for (size_t calls = 0; calls < most && !stream.empty(); ++calls) {
+        if (count == 0)
+            receiveWhole(channel);
+        else
+            receive(channel);
+    }
     receive(channel);
     // A page in part at either end, and what the block held before it became large.
     FUZZ_CHECK(touchedBytes() <= input.size() + LARGE + 2 * 4096);
