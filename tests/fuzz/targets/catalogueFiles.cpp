@@ -70,11 +70,11 @@ static std::string takePiece(std::string &input) {
 }
 
 // A count as large as the number at the offset is only address space, of which a sanitizer writes a
-// part: it is brought down to 16 bits. One that is refused stays.
+// part: it is brought down to 16 bits, be it cut short. One that is refused stays.
 static void lowerCount(std::string &file, size_t offset) {
-    const auto byte = [&](size_t i) { return static_cast<unsigned char>(file[offset + i]); };
-    if (file.size() >= offset + 4 && byte(0) < 0x80)
-        file.replace(offset, 2, 2, '\0');
+    if (file.size() > offset && static_cast<unsigned char>(file[offset]) < 0x80)
+        for (size_t i = offset; i < file.size() && i < offset + 2; ++i)
+            file[i] = '\0';
 }
 
 static std::string contentsOf(int file, std::string &input) {
