@@ -21,8 +21,8 @@ class ReferenceMatcher {
         }
     };
 
-    ReferenceMatcher(const std::string &program, std::string subject)
-        : code_(program.begin(), program.end()), subject_(std::move(subject)) {}
+    ReferenceMatcher(const std::string &program, std::string subject, int steps = 200000)
+        : code_(program.begin(), program.end()), subject_(std::move(subject)), limit_(steps) {}
 
     // What the program matches; nothing also when it took too many steps (see tooSlow).
     std::optional<Match> match() {
@@ -42,13 +42,11 @@ class ReferenceMatcher {
         return std::nullopt;
     }
 
-    bool tooSlow() const { return steps_ > STEPS; }
+    bool tooSlow() const { return steps_ > limit_; }
     // Whether it came to an opcode 45 or 46: its result is then none.
     bool cameToSavingEnd() const { return savingEnd_; }
 
   private:
-    static constexpr int STEPS = 200000;
-
     struct Record {
         int start = -1, end = -1, group = -1;
     };
@@ -104,7 +102,7 @@ class ReferenceMatcher {
     }
 
     std::optional<End> run(size_t pc, size_t limit, size_t at, Captures &captures) {
-        if (++steps_ > STEPS || pc >= limit)
+        if (++steps_ > limit_ || pc >= limit)
             return std::nullopt;
         const int opcode = code_[pc];
         const auto has = [&](size_t count) { return limit - pc >= count; };
@@ -222,6 +220,7 @@ class ReferenceMatcher {
 
     std::vector<unsigned char> code_;
     std::string subject_;
+    int limit_;
     int steps_ = 0;
     bool savingEnd_ = false;
 };
