@@ -269,6 +269,9 @@ static std::string classAt(const std::string &name, int start, std::initializer_
 
 static const Refusal REFUSALS[] = {
     {"notToml", "[[class\n", "1: "},
+    // Letters beyond ASCII where a blank might stand.
+    {"accentInKey", oneMessage("cl\xC3\xA9 = 1\n"), "6: "},
+    {"ideographicCommaInKey", oneMessage("a\xE3\x80\x81 = 1\n"), "6: "},
     {"noClass", "", "1: the catalogue has no [[class]]"},
     {"fewerFieldsThanSlots", textOf("%s and %s"), "8: A: the text has 2 \"%s\" for 0 fields"},
     {"moreFieldsThanSlots",
@@ -306,6 +309,10 @@ static const Refusal REFUSALS[] = {
     {"wideWidth", fieldOf("type = \"D\", conversion = \"%1000d\""),
      "10: a field of A: the conversion"},
     {"signOfUnsigned", fieldOf("type = \"U\", conversion = \"%+u\""),
+     "10: a field of A: the conversion"},
+    {"flagBehindZero", fieldOf("type = \"D\", conversion = \"%0-5d\""),
+     "10: a field of A: the conversion"},
+    {"blankBehindZero", fieldOf("type = \"L\", conversion = \"%0 5ld\""),
      "10: a field of A: the conversion"},
     {"twoConversions", fieldOf("type = \"D\", conversion = \"%d%d\""),
      "10: a field of A: the conversion"},

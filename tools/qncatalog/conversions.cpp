@@ -52,7 +52,10 @@ bool isOneOf(const char *letters, char letter) {
 // The letter that ends the conversion, after what stands before it was checked; 0 when malformed.
 char finalLetter(const FieldType &type, const std::string &conversion) {
     size_t at = 1;
-    while (at < conversion.size() && isOneOf(type.flags, conversion[at]))
+    while (at < conversion.size() && conversion[at] != '0' && isOneOf(type.flags, conversion[at]))
+        at++;
+    // The scan takes a zero for the width's first digit: no flag may stand behind it.
+    while (at < conversion.size() && conversion[at] == '0' && isOneOf(type.flags, '0'))
         at++;
     const size_t width = skipDigits(conversion, at);
     at += width;
