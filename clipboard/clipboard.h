@@ -21,13 +21,9 @@
    on a line of its own with the comment block before it and what followed its value on the line.
    Comments of a file without any assignment are not kept.
 
-   Kept, because the files are read by the rules of options files:
-   - a quote that is open in a comment or trailer, an apostrophe too, takes the lines that follow,
-     up to its like, into that comment or trailer: their assignments are not seen, though rewritten;
-     a backslash at the end of one takes the next line so, also an entry added behind it;
-   - a value that holds a backslash but nothing that asks for quotes is written as it is, and the
-     next load drops the backslash;
-   - the value "" is written as nothing and comes back as null.
+   Kept, because the files are read by the rules of options files: some values and names do not come
+   back from the file as they were, and a quote or backslash that is open in a comment or trailer
+   reaches into the lines behind it. docs/formats.md lists them all.
 
    Every function takes a null clipboard and gives the failure value told. A Clipboard belongs to
    one thread at a time; threads with clipboards of different files do not disturb one another.

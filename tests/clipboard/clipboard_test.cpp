@@ -1011,6 +1011,81 @@ TEST(Clipboard, bareBackslashAndEmptyValueDoNotSurviveARewriting) {
     closeClipboard(clipboard);
 }
 
+// What an entry "A" of that value and trailer, with an entry "B" behind it, is after a rewriting.
+struct Reloaded {
+    std::string content, value, trailer, valueOfB;
+};
+
+std::string shown(const char *text) {
+    return text == nullptr ? "(null)" : text;
+}
+
+Reloaded reloaded(const char *value, const char *trailer = nullptr) {
+    Case test;
+    Clipboard *clipboard = test.load("");
+    addClipEntry(clipboard, nullptr, "A", value, trailer);
+    addClipEntry(clipboard, nullptr, "B", "2", nullptr);
+    closeClipboard(clipboard);
+    clipboard = test.reload();
+    const ClipEntry *entry = getClipEntry(clipboard, "A");
+    Reloaded found = {test.content(), "no entry", "", shown(findClipEntryValue(clipboard, "B"))};
+    if (entry != nullptr) {
+        found.value = shown(entry->value);
+        found.trailer = shown(entry->trailer);
+    }
+    closeClipboard(clipboard);
+    return found;
+}
+
+TEST(Clipboard, bareBackslashIsDroppedAndOfAPairOneStays) {
+    EXPECT_EQ(reloaded("b\\c").value, "bc");
+    EXPECT_EQ(reloaded("b\\\\c").value, "b\\c");
+    EXPECT_EQ(reloaded("b\\ c").value, "b\\ c") << "inside quotes it is escaped";
+}
+
+TEST(Clipboard, bareBackslashAtTheEndTakesTheNextLine) {
+    const Reloaded taken = reloaded("b\\");
+    EXPECT_EQ(taken.content, "A=b\\\nB=2\n");
+    EXPECT_EQ(taken.value, "bB=2");
+    EXPECT_EQ(taken.valueOfB, "(null)");
+    EXPECT_EQ(reloaded("b\\\\").valueOfB, "2");
+    EXPECT_EQ(reloaded("b \\").value, "b \\") << "inside quotes it is escaped";
+}
+
+TEST(Clipboard, bareVerticalTabEndsTheValue) {
+    EXPECT_EQ(reloaded("a\vb").value, "a");
+    EXPECT_EQ(reloaded("a\vb").trailer, "\vb");
+    EXPECT_EQ(reloaded("\va").value, "a");
+    EXPECT_EQ(reloaded("a \vb").value, "a \vb") << "inside quotes it is kept";
+}
+
+TEST(Clipboard, emptyValueIsNoneUnlessItsTrailerBeginsWithASignThatEndsValues) {
+    EXPECT_EQ(reloaded("").value, "(null)");
+    EXPECT_EQ(reloaded("", "# t").value, "");
+    EXPECT_EQ(reloaded("", "# t").trailer, "# t");
+}
+
+TEST(Clipboard, trailerBehindNoValueIsReadForOne) {
+    EXPECT_EQ(reloaded(nullptr, " # t").value, "");
+    EXPECT_EQ(reloaded(nullptr, " # t").trailer, "# t");
+    EXPECT_EQ(reloaded(nullptr, " x=1").value, "x=1");
+    EXPECT_EQ(reloaded("", " x=1").value, "x=1");
+}
+
+TEST(Clipboard, nameThatNoStatementHasIsLostWithItsEntry) {
+    Case test;
+    Clipboard *clipboard = test.load("A=1\n");
+    EXPECT_EQ(addClipEntry(clipboard, nullptr, "1st", "x", nullptr), 1);
+    EXPECT_EQ(addClipEntry(clipboard, nullptr, "two words", "x", nullptr), 1);
+    closeClipboard(clipboard);
+    EXPECT_EQ(rewritten(test.content()), "A=1\n");
+}
+
+TEST(Clipboard, openQuoteAtTheFilesEndGathersALineFeedAtEachRewriting) {
+    EXPECT_EQ(rewritten("A=1 # don't\n"), "A=1 # don't\n\n");
+    EXPECT_EQ(rewritten("A=1 # don't\n\n"), "A=1 # don't\n\n\n");
+}
+
 bool isLockedForOthers(const std::string &path) {
     const pid_t child = fork();
     if (child == 0) {
