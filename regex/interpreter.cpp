@@ -27,6 +27,8 @@ static constexpr uint32_t PLACE_FIRST = 10;
 static constexpr uint32_t RECORD_STEP = 10;
 static constexpr uint32_t STACK_STEP = 50;
 
+static constexpr uint32_t CLASS_BYTES_A_STEP = 4;
+
 // Noting failures starts after this many: short searches never pay for it.
 static constexpr uint32_t RETRIES_BEFORE_NOTES = 4096;
 static constexpr size_t NOTES_MEMORY_LIMIT = 64U << 20;
@@ -364,19 +366,37 @@ static const char *endOfRun(const Run &run, const Item &item, const char *from, 
     return at;
 }
 
+// So many characters were taken. A class costs by its length, for the character that it refuses
+// too, or a search of long ones would take hours within the limit; the short ones of usual programs
+// cost hardly more than any other item.
+static void countSteps(Run &run, const Item &item, size_t characters) {
+    const bool isClass = item.kind == MATCH_IN_CLASS || item.kind == MATCH_NOT_IN_CLASS;
+    const uint32_t each = isClass ? 1 + *item.operand / CLASS_BYTES_A_STEP : 1;
+    const size_t refused = isClass ? 1 : 0;
+    run.steps += characters < MATCH_STEP_LIMIT / each - refused
+                     ? static_cast<uint32_t>(characters + refused) * each
+                     : MATCH_STEP_LIMIT;
+}
+
+static bool matchMinimum(Run &run, const Item &item) {
+    uint32_t taken = 0;
+    while (taken < item.repeat.min && matches(item, run.at[taken]))
+        ++taken;
+    run.at += taken;
+    countSteps(run, item, taken);
+    return taken == item.repeat.min;
+}
+
 static Step matchItem(Run &run) {
     Item item;
-    if (!decodeItem(run, &item))
+    if (!decodeItem(run, &item) || !matchMinimum(run, item))
         return Step::FAIL;
-    for (uint32_t taken = 0; taken < item.repeat.min; ++taken)
-        if (!matches(item, *run.at++))
-            return Step::FAIL;
     const char *lowest = run.at;
     if (item.repeat.unlimited && hasFailed(run, run.code, lowest))
         return Step::FAIL;
     const char *end = endOfRun(run, item, lowest, item.repeat.max - item.repeat.min);
     const size_t length = static_cast<size_t>(end - lowest);
-    run.steps += static_cast<uint32_t>(length < MATCH_STEP_LIMIT ? length : MATCH_STEP_LIMIT);
+    countSteps(run, item, length);
     if (length > 0)
         return addChoice(run, {run.code, item.rest, nullptr, lowest, length + 1,
                                run.state->reached.count, run.state->now});

@@ -77,8 +77,14 @@ enum {
 };
 
 /* Steps (instructions, characters run over by a repetition, retries) that one search may take: a
-   few seconds. Programs of the usual size come nowhere near it, on subjects of millions either. */
+   few seconds. A character looked up in a class is a step more for every four bytes of the class.
+   Programs of the usual size come nowhere near it, on subjects of millions either. */
 #define MATCH_STEP_LIMIT (1U << 28)
+
+/* Zero bytes that make it safe to match a program that may not be well formed: the length of a
+   sub-program of 1023 bytes can be the program's last byte; behind the sub-program two counts are
+   read and then an instruction. */
+#define MATCH_PADDING (1023 + 2 + 1)
 
 /* A stack of one kind of entry, allocated when first pushed on. */
 typedef struct MatchStack {

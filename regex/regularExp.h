@@ -9,7 +9,11 @@
    squared where repeated groups overlap. A program has no length of its own: bytes are read only as
    an instruction is reached, and only those that its opcode, its class lengths and its sub-program
    lengths claim; an instruction that would leave the sub-program it stands in fails unread. A
-   search ends after MATCH_STEP_LIMIT steps at most (regex/match.h), as no match.
+   search ends after MATCH_STEP_LIMIT steps at most (regex/match.h), as no match: a few seconds.
+
+   So a program from somebody else, which may be cut or wrong, can fail, not match, or match what it
+   should not; it hangs nobody. Hand it over with MATCH_PADDING zero bytes behind it: its last bytes
+   can claim as many, and a zero byte that is reached as an instruction fails.
 
    No function here is safe in a signal handler. Subjects are texts of bytes; characters are
    compared as unsigned bytes, whatever the locale. */

@@ -790,6 +790,48 @@ TEST(RegularExp, searchEndsAtTheStepLimitAsNoMatch) {
     EXPECT_EQ(matched(attemptsInVain(140), subject.c_str() + MILLION - 5), "a");
 }
 
+// The longest run that must be matched, of the longest class, its members compared in vain but for
+// the last: 65025 comparisons at each place.
+std::string classAttemptsInVain(int count) {
+    const std::string sub = "\x41\x1B\xFF" + std::string(253, 'b') + "a\xFF\xFF\x14Z\x2F";
+    const std::string attempt =
+        std::string{static_cast<char>(MATCH_GROUP_COUNTED + sub.size() / 256),
+                    static_cast<char>(sub.size() % 256)} +
+        sub + std::string("\0\x01", 2);
+    std::string program = ANCHOR;
+    for (; count > 0; --count)
+        program += attempt;
+    return program + "\x14" + "a" + END;
+}
+
+TEST(RegularExp, comparisonsWithAClassCountAsSteps) {
+    const std::string subject(3000, 'a');
+    EXPECT_EQ(matched(classAttemptsInVain(1), subject.c_str()), "a");
+    EXPECT_EQ(matched(classAttemptsInVain(7), subject.c_str()), NO_MATCH);
+}
+
+// The padding ends with its page; nothing behind it can be read.
+TEST(RegularExp, paddingHoldsWhatTheLastBytesOfAProgramClaim) {
+    const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    char *memory = static_cast<char *>(
+        mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    ASSERT_NE(memory, MAP_FAILED);
+    ASSERT_EQ(mprotect(memory + page, page, PROT_NONE), 0);
+    char *program = memory + page - 1026 - 2;
+    int matches = 0;
+    for (int first = 0; first < 256; ++first)
+        for (int second = 0; second < 256; ++second) {
+            program[0] = static_cast<char>(first);
+            program[1] = static_cast<char>(second);
+            matches += regularExp(program, "aa", nullptr) != nullptr;
+        }
+    EXPECT_EQ(MATCH_PADDING, 1026);
+    // MATCH_END and any byte; MATCH_ANCHOR and it; any character, some, or the subject's end and
+    // one of the four ends. Whatever goes on into the padding fails.
+    EXPECT_EQ(matches, 256 + 1 + 4 * 4);
+    munmap(memory, 2 * page);
+}
+
 // Each program stands at the end of a page with nothing readable behind it.
 TEST(RegularExp, programsAreReadOnlyAsFarAsTheyReach) {
     const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));

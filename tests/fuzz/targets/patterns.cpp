@@ -1,6 +1,6 @@
 /* Pattern programs: well-formed ones, put together from the input, and hostile ones, the input's
-   own bytes. A program carries no length, so a hostile one is handed over with PADDING zero bytes
-   behind it and nothing more: what is read past them is found. Where the slow matcher of
+   own bytes. A program carries no length, so a hostile one is handed over with MATCH_PADDING zero
+   bytes behind it and nothing more: what is read past them is found. Where the slow matcher of
    tests/regex comes to a result, the matcher's is the same, captures included. */
 #include "regex/referenceMatcher.h"
 #include "regex/regularExp.h"
@@ -13,10 +13,6 @@
 
 namespace {
 
-// A repeated group claims most: its length of up to 1023 bytes and two counts follow, of which the
-// last program byte can be the length; then one more opcode is read. A zero byte fails as an
-// opcode.
-constexpr size_t PADDING = 1023 + 2 + 1;
 constexpr size_t MAX_PROGRAM = 300;
 constexpr size_t MAX_SUBJECT = 24;
 constexpr int REFERENCE_STEPS = 4000;
@@ -161,11 +157,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const std::string subject = pieces.text().substr(0, MAX_SUBJECT);
     const std::string program =
         (isHostile ? pieces.rest() : wellFormed(pieces)).substr(0, MAX_PROGRAM);
-    const auto padded = exactly(program, PADDING);
+    const auto padded = exactly(program, MATCH_PADDING);
     const Found match = found(padded.get(), subject);
     checkBuffers(padded.get(), subject, match);
 
-    ReferenceMatcher reference(std::string(padded.get(), program.size() + PADDING), subject,
+    ReferenceMatcher reference(std::string(padded.get(), program.size() + MATCH_PADDING), subject,
                                REFERENCE_STEPS);
     const Found expected = reference.match();
     if (!reference.tooSlow() && !reference.cameToSavingEnd())
