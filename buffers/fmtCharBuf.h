@@ -2,7 +2,8 @@
 
    Before formatting, a scan of the format and of the arguments computes a bound of the output's
    length, and the buffer grows once to hold it. The bound decides the sizes of blocks; it is a
-   mixture of exact counts and estimates, and it can fall short (for e, E, and for f below 0.5).
+   mixture of exact counts and estimates, and it can fall short (for e and E, f below 0.5 or of no
+   number, g of precision 0, a signed number with a precision, c with a width, a null "%s").
    Nothing is ever written past the block: where the text does not fit, the block grows to the next
    multiple of the increment above the real length and the text is formatted again.
 

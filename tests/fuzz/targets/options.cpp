@@ -161,7 +161,7 @@ std::string Rules::commandOutput(const std::string &command) {
 
 size_t endOfCommand(const std::string &text, size_t at) {
     while (at < text.size() && text[at] != '`')
-        at += text[at] == '\\' && at + 1 < text.size() ? 2 : 1;
+        at += text[at] == '\\' && at + 1 < text.size() ? size_t{2} : size_t{1};
     return at;
 }
 
