@@ -62,15 +62,17 @@ double floating(Pieces &pieces) {
 }
 
 // A width or precision: none, digits, or "*" with an argument. Nothing between a few hundred and
-// what no formatter can do: it would cost the memory.
-void putSize(Pieces &pieces, Case &made, size_t room) {
+// what no formatter can do: it would cost the memory. That is for widths alone: of a precision of e
+// the bound takes a third, for which a block is made.
+void putSize(Pieces &pieces, Case &made, size_t room, bool isWidth) {
     const uint8_t choice = pieces.byte() % 16;
     if (choice < 8)
         return;
     if (choice < 13)
         made.format += std::to_string(pieces.byte());
     else if (choice == 13)
-        made.format += pieces.byte() % 2 == 0 ? "2147483648" : "99999999999999999999";
+        made.format += pieces.byte() % 2 == 0 ? (isWidth ? "2147483648" : "500")
+                                              : (isWidth ? "99999999999999999999" : "0");
     else if (room > 0) {
         made.format += '*';
         made.arguments.push_back(
@@ -90,11 +92,11 @@ size_t roomFor(const Case &made) {
 
 // Width and precision, each of which may take an argument; one is left for the conversion itself.
 void putSizes(Pieces &pieces, Case &made, bool hasPrecision) {
-    putSize(pieces, made, roomFor(made) - 1);
+    putSize(pieces, made, roomFor(made) - 1, true);
     if (!hasPrecision || pieces.byte() % 2 == 0)
         return;
     made.format += '.';
-    putSize(pieces, made, roomFor(made) - 1);
+    putSize(pieces, made, roomFor(made) - 1, false);
 }
 
 void putInteger(Pieces &pieces, Case &made) {
