@@ -900,4 +900,37 @@ ISOLATED(ArrayThreads, openUnderTheAccessLockDoesNotBlockAnAuditingOpen) {
     auditing.join();
 }
 
+ISOLATED(ArrayPut, arraysThatAreNotOpenOrOfTheOtherKindAreRefused) {
+    const int value = 5;
+    EXPECT_EQ(arrayPut(7, &value), nullptr);
+    EXPECT_EQ(arrayVPut(7, &value, INTS), nullptr);
+    const uint32_t ownSizes = arrayOpen(INDIRECT_ARRAY, 0);
+    const uint32_t oneSize = arrayOpen(INDIRECT_ARRAY, INTS);
+    const uint32_t inLine = arrayOpen(INLINE_ARRAY, INTS);
+    EXPECT_EQ(arrayPut(ownSizes, &value), nullptr);
+    EXPECT_EQ(arrayVPut(ownSizes, &value, 0), nullptr);
+    EXPECT_EQ(arrayVPut(oneSize, &value, INTS), nullptr);
+    EXPECT_EQ(arrayVPut(inLine, &value, INTS), nullptr);
+    for (const uint32_t index : {ownSizes, oneSize, inLine})
+        EXPECT_EQ(entry(index).count, 0U);
+}
+
+ISOLATED(ArrayDamage, putsAndGrowthAreRefusedByRecordsThatCannotBe) {
+    const int value = 5;
+    const uint32_t array = arrayOpen(INLINE_ARRAY, INTS);
+    arrDescPtr[array].elemSize = 0;
+    EXPECT_EQ(arrayVPut(array, &value, INTS), nullptr) << "no list of texts";
+    EXPECT_EQ(expandArray(&arrDescPtr[array], 1), nullptr) << "elements of no size";
+    arrDescPtr[array].elemSize = INTS;
+    arrDescPtr[array].count = UINT32_MAX;
+    EXPECT_EQ(arrayPut(array, &value), nullptr) << "more slots than an array can grow by";
+    arrDescPtr[array].count = 0;
+    arrDescPtr[array].capacity = UINT32_MAX;
+    EXPECT_EQ(expandArray(&arrDescPtr[array], 1), nullptr) << "more slots than 32 bits count";
+    arrDescPtr[array].capacity = 0;
+    EXPECT_EQ(entry(array).storage, nullptr);
+    EXPECT_NE(arrayPut(array, &value), nullptr);
+    EXPECT_EQ(intAt(array, 0), 5);
+}
+
 } // namespace

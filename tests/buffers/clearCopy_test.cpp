@@ -300,4 +300,30 @@ TEST(ClearCopy, exhaustedMemoryLeaksNothing) {
     }
 }
 
+// Growth is refused at each byte of each rendering: the block is filled up to there.
+TEST(ClearCopy, exhaustedMemoryAtEveryByteOfARenderingGivesNullOrTheWhole) {
+    const int32_t all = CLEAR_WHITE | CLEAR_TAB | CLEAR_KEEP_WHITE;
+    int refused = 0;
+    for (int mode = 0; mode < 8; ++mode)
+        for (const char *unit : {"\001", "\x81", "\xC1", "\x7F", "\b", "\v", " ", "\t", "\n"})
+            for (size_t filled = 60; filled < 84; ++filled) {
+                const std::string source = std::string(filled, 'x') + unit;
+                const std::string whole = rendered(source, mode | all);
+                CharBuffer *buffer = mkCharBuffer(80);
+                putStrCharBuffer(buffer, "old"); // makes the block
+                char *result;
+                {
+                    const FailingAlloc failing;
+                    result = clearCopyCharBuffer(buffer, source.c_str(), mode | all);
+                }
+                if (result == nullptr)
+                    ++refused;
+                EXPECT_EQ(std::string(buffer->text), result == nullptr ? "" : whole)
+                    << mode << ' ' << filled;
+                freeCharBuffer(buffer);
+            }
+    EXPECT_GT(refused, 8 * 9);
+    EXPECT_LT(refused, 8 * 9 * 24);
+}
+
 } // namespace

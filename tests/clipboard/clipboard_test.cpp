@@ -16,6 +16,7 @@
 #include <filesystem>
 #include <grp.h>
 #include <string>
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -1105,6 +1106,151 @@ TEST(Clipboard, anotherOpenAndCloseInTheProcessDropsTheLock) {
     fclose(fopen(test.path.c_str(), "r"));
     EXPECT_FALSE(isLockedForOthers(test.path));
     closeClipboard(clipboard);
+}
+
+TEST(Clipboard, addingNeedsAName) {
+    Case test;
+    Clipboard *clipboard = test.load("A=1\n");
+    EXPECT_EQ(addClipEntry(clipboard, nullptr, nullptr, "1", nullptr), 0);
+    EXPECT_EQ(addClipEntry(clipboard, nullptr, "", "1", nullptr), 0);
+    EXPECT_EQ(entriesOf(clipboard).count, 1U);
+    EXPECT_EQ(getClipboardFlags(clipboard), 0U);
+    closeClipboard(clipboard);
+}
+
+TEST(Clipboard, emptyValueIsNotExpanded) {
+    Case test;
+    Clipboard *clipboard = test.load("");
+    addClipEntry(clipboard, nullptr, "A", "", nullptr);
+    EXPECT_EQ(expandClipEntries(clipboard), 0);
+    EXPECT_STREQ(findClipEntryValue(clipboard, "A"), "");
+    EXPECT_EQ(getClipboardFlags(clipboard), static_cast<uint32_t>(CLIP_MODIFIED));
+    closeClipboard(clipboard);
+}
+
+TEST(Clipboard, valueThatCannotBeExpandedStays) {
+    Case test;
+    Clipboard *clipboard = test.load("A=\\$HOME\n");
+    int32_t changed;
+    {
+        const FailingAlloc failing;
+        changed = expandClipEntries(clipboard);
+    }
+    EXPECT_EQ(changed, 0);
+    EXPECT_STREQ(findClipEntryValue(clipboard, "A"), "$HOME");
+    EXPECT_EQ(getClipboardFlags(clipboard), 0U);
+    closeClipboard(clipboard);
+}
+
+TEST(Clipboard, insertionWithoutMemoryForAFurtherEntryChangesNothing) {
+    Case test;
+    Clipboard *clipboard = test.load("A=1\n");
+    while (entriesOf(clipboard).count < entriesOf(clipboard).capacity) {
+        const std::string name = "N" + std::to_string(entriesOf(clipboard).count);
+        ASSERT_EQ(addClipEntry(clipboard, nullptr, name.c_str(), "1", nullptr), 1);
+    }
+    const uint32_t count = entriesOf(clipboard).count;
+    for (int successes = 0; successes < 4; ++successes) { // three texts, then the entries
+        const FailingAlloc failing(successes);
+        EXPECT_EQ(insertClipEntry(clipboard, "A", "#\n", "I", "0", nullptr), 0) << successes;
+        EXPECT_EQ(entriesOf(clipboard).count, count);
+        EXPECT_STREQ(entryAt(clipboard, 0).name, "A");
+    }
+    EXPECT_EQ(insertClipEntry(clipboard, "A", "#\n", "I", "0", nullptr), 1);
+    EXPECT_STREQ(entryAt(clipboard, 0).name, "I");
+    closeClipboard(clipboard);
+}
+
+// Its texts are larger than what the new text of the file begins with: growth is refused in each.
+TEST(Clipboard, exhaustedMemoryInAnyPartOfALongEntryLeavesTheFileAsItWas) {
+    const std::string filler(4079, '#');
+    Case test;
+    int failures = 0;
+    for (size_t length = 0; length < 24; ++length) {
+        const std::string before =
+            "#" + filler.substr(0, 4060 + length - 4) + "\nNAME='a \"b' # trailer\nEND=\n";
+        const std::string after =
+            "#" + filler.substr(0, 4060 + length - 4) + "\nNAME=\"a \\\"b\" # trailer\nEND=\n";
+        for (int successes = 3; successes < 5; ++successes) {
+            Clipboard *clipboard = test.load(before);
+            addClipboardFlags(clipboard, CLIP_MODIFIED);
+            int32_t written;
+            {
+                const FailingAlloc failing(successes);
+                written = closeClipboard(clipboard);
+            }
+            failures += written == -1 ? 1 : 0;
+            EXPECT_EQ(test.content(), written == -1 ? before : after) << length;
+        }
+    }
+    EXPECT_GT(failures, 10);
+}
+
+TEST(Clipboard, fileThatMayNotShrinkIsNotANewClipboard) {
+    const int file = memfd_create("clip", MFD_ALLOW_SEALING);
+    ASSERT_EQ(write(file, "A=1\n", 4), 4);
+    ASSERT_EQ(fcntl(file, F_ADD_SEALS, F_SEAL_SHRINK), 0);
+    const std::string path = "/proc/self/fd/" + std::to_string(file);
+    const int before = dup(0);
+    close(before);
+    errno = 0;
+    EXPECT_EQ(newClipboard(path.c_str()), nullptr);
+    EXPECT_EQ(errno, EPERM);
+    const int after = dup(0);
+    close(after);
+    EXPECT_EQ(after, before) << "a descriptor is left open";
+    char bytes[5] = "";
+    EXPECT_EQ(pread(file, bytes, 4, 0), 4);
+    EXPECT_STREQ(bytes, "A=1\n");
+    close(file);
+}
+
+TEST(Clipboard, pathWithoutAFolderIsMadeAnewInThisOne) {
+    if (geteuid() != 0)
+        GTEST_SKIP() << "needs root, to change its identity";
+    expectChildPasses([] {
+        Case test;
+        test.folder.write("clip", "A=1\n");
+        ASSERT_EQ(chdir(test.folder.path().c_str()), 0);
+        Clipboard *clipboard = modifyClipboard("clip");
+        getClipboard(clipboard);
+        chmod("clip", 0440);
+        ASSERT_EQ(chown("clip", 12345, 12345), 0);
+        ASSERT_EQ(chmod(".", 0777), 0);
+        ASSERT_EQ(seteuid(12345), 0);
+        addClipEntry(clipboard, nullptr, "A", "2", nullptr);
+        EXPECT_EQ(closeClipboard(clipboard), 1);
+        ASSERT_EQ(seteuid(0), 0);
+        EXPECT_EQ(test.content(), "A=2\n");
+        EXPECT_EQ(filesIn(test.folder.path()), 1);
+    });
+}
+
+TEST(QuotePuts, exhaustedMemoryWritesNothing) {
+    const std::string text = "two words" + std::string(300, ' ');
+    int failures = 0;
+    for (int successes = 0; successes < 10; ++successes) {
+        FILE *stream = tmpfile();
+        int result;
+        {
+            const FailingAlloc failing(successes);
+            result = quotePuts(text.c_str(), stream);
+        }
+        failures += 1 - result;
+        EXPECT_EQ(ftell(stream), result == 0 ? 0 : static_cast<long>(text.size() + 2));
+        fclose(stream);
+    }
+    EXPECT_GT(failures, 2);
+    EXPECT_LT(failures, 10);
+}
+
+TEST(QuotePuts, earlierErrorOfTheStreamGivesZero) {
+    EXPECT_EQ(quotePuts("text", nullptr), 0);
+    FILE *stream = fopen("/dev/full", "w");
+    fputs("lost", stream);
+    EXPECT_EQ(fflush(stream), EOF);
+    EXPECT_EQ(quotePuts("text", stream), 0);
+    fclose(stream);
 }
 
 } // namespace

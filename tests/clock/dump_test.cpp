@@ -556,4 +556,30 @@ SIMULATED(Panic, goesToTheApplicationsPrintFunction) {
     EXPECT_EQ(result.out.substr(result.out.size() - end.size()), end);
 }
 
+void collectOnce(const char *text) {
+    collect(text);
+    setClockPrintFunc(nullptr);
+}
+
+SIMULATED(Dump, printFunctionMayTakeItselfBack) {
+    setClockPrintFunc(collectOnce);
+    dumpClockCallOuts("why", "who", 1);
+    EXPECT_EQ(printed, "why\n");
+    EXPECT_EQ(flushes, 0);
+}
+
+SIMULATED(Panic, headThatIsNoRecordsEndsTheProcess) {
+    clkinit(4);
+    const char *const base = reinterpret_cast<const char *>(callouts);
+    for (const char *stray : {base + 4 * sizeof(Callout), base + 1, base - sizeof(Callout)}) {
+        const ChildResult result = runInChild([&] {
+            clkTimeout(note, 1, 10);
+            activeCallouts.head = link(stray);
+            alarmArrives();
+        });
+        EXPECT_EQ(result.signal, SIGABRT);
+        EXPECT_EQ(result.err.rfind(MANGLED_AT("clk - Line: 251"), 0), 0U) << result.err;
+    }
+}
+
 } // namespace

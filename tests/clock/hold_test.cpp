@@ -782,4 +782,47 @@ SIMULATED(Suspension, alarmThatItLetsInDuringAHoldLeavesTheHoldTheNextOnes) {
     EXPECT_EQ(calls, (Arguments{1, 2}));
 }
 
+SIMULATED(DeepSleep, leavesAnothersFlagInASuspension) {
+    static int32_t own, other;
+    const auto setOther = reinterpret_cast<ClkFunction>(reinterpret_cast<void (*)()>(setflag));
+    clkTimeout(
+        [](intptr_t, uint32_t) -> void * {
+            suspendTimeouts();
+            own = 1;
+            return nullptr;
+        },
+        0, 3);
+    clkTimeout(setOther, reinterpret_cast<intptr_t>(&other), 9);
+    EXPECT_EQ(deepSleep(10, &own), 7U);
+    own = 0;
+    unsuspendTimeouts();
+    system.advanceSeconds(20);
+    EXPECT_EQ(own, 0);
+    EXPECT_EQ(other, 1);
+}
+
+SIMULATED(Suspension, lastOneMayBeEndedByACalloutThatComesFirst) {
+    suspendTimeouts();
+    clkTimeout(
+        [](intptr_t, uint32_t) -> void * {
+            EXPECT_EQ(unsuspendTimeouts(), 0);
+            return nullptr;
+        },
+        0, 5);
+    bool arrived = false;
+    system.onCall = [&](const std::string &name) {
+        if (name != "sighold" || arrived)
+            return;
+        arrived = true;
+        system.blocked = false; // just before the signal was blocked
+        system.advanceSeconds(5);
+        system.blocked = true;
+    };
+    EXPECT_EQ(unsuspendTimeouts(), -1);
+    system.onCall = nullptr;
+    EXPECT_TRUE(arrived);
+    EXPECT_EQ(clksptr, suspensions);
+    EXPECT_FALSE(system.blocked);
+}
+
 } // namespace

@@ -851,4 +851,37 @@ SIMULATED(Held, cancelOfTheFirstTimedBehindDueOnesLeavesTheSuccessors) {
     EXPECT_EQ(activeIncrements(), (Increments{0, 15}));
 }
 
+SIMULATED(Table, growthThatWhatWasPendingMadeNeedlessIsDone) {
+    clkTimeout(growTo40, 1, 5);
+    clkTimeout(note, 2, 9);
+    system.blocked = true;
+    system.advanceSeconds(5);
+    EXPECT_EQ(clkinit(40), 0);
+    EXPECT_EQ(maxcallouts, 40);
+    EXPECT_FALSE(system.blocked);
+    system.advanceSeconds(4);
+    EXPECT_EQ(calls, (Arguments{1, 2}));
+}
+
+std::string dumped;
+
+SIMULATED(Table, lostTableIsDumpedAsNone) {
+    clkTimeout(note, 1, 5);
+    withoutMemory([] { return clkinit(30); });
+    setClockPrintFunc([](const char *text) { dumped += text == nullptr ? "" : text; });
+    dumpClockCallOuts("why", "who", 3);
+    EXPECT_EQ(dumped, "why\nwho - Line: 3\nmaxcallouts: 20   callouts: 0x0\n");
+    exit(testing::Test::HasFailure() ? CHILD_ASSERTION_FAILED : 0); // no table to check any more
+}
+
+SIMULATED(Foreign, mixingWithoutMemoryForItsReportEndsTheProcessAllTheSame) {
+    clkTimeout(note, 1, 5);
+    const ChildResult result = runInChild([&] {
+        system.disposition = foreignHandler;
+        withoutMemory([] { return clkTimeout(note, 2, 5); });
+    });
+    EXPECT_EQ(result.signal, SIGABRT);
+    EXPECT_EQ(result.err.rfind("setAlarmHdlr - Line: 625\n", 0), 0U) << result.err;
+}
+
 } // namespace

@@ -580,4 +580,12 @@ TEST(Quoting, bothAppendAndRefuseNull) {
     EXPECT_EQ(dedoublequoteStr(nullptr, "a"), nullptr);
 }
 
+TEST(SyntheticFormat, valueThatBreaksTheFormatExpandsItToNothing) {
+    withCatalogue([] {
+        for (const char *value : {"%P(", "%P(x", "%P( %q", "%M(", "%M(%q", "%M(%r=", "%M(%rx"})
+            EXPECT_EQ(expandedAs("@f@[0]", recordOf(7, 2, {value, "0"})), "(null)") << value;
+        EXPECT_EQ(expandedAs("@f@[0]", recordOf(7, 2, {"%P(%d)", "0"})), "2");
+    });
+}
+
 } // namespace

@@ -638,4 +638,66 @@ TEST(CreateStandardOptionsName, pathWithoutABaseNameGivesTheFolder) {
     }
 }
 
+TEST(ProcessOptions, whatIsInNoTableDoesNothingWithoutADefaultOption) {
+    expectChildPasses([] {
+        static int32_t first, second;
+        OptionEntry table[] = {{const_cast<char *>("A"), nullptr, optInteger, &first},
+                               {const_cast<char *>("B"), nullptr, optInteger, &second},
+                               {nullptr, nullptr, nullptr, nullptr}};
+        char line[] = "C=3; B=2; ";
+        char *lines[] = {line, nullptr};
+        unsetenv("C");
+        setDefaultOption(nullptr); // there is none: stays so
+        EXPECT_EQ(processOptions(lines, table), 1);
+        EXPECT_EQ(first, 0);
+        EXPECT_EQ(second, 2);
+        EXPECT_EQ(getenv("C"), nullptr);
+    });
+}
+
+TEST(ProcessOptions, lineEndsAtACommentBehindASemicolon) {
+    expectChildPasses([] {
+        static int32_t first, second;
+        OptionEntry table[] = {{const_cast<char *>("A"), nullptr, optInteger, &first},
+                               {const_cast<char *>("B"), nullptr, optInteger, &second},
+                               {nullptr, nullptr, nullptr, nullptr}};
+        char comment[] = "A=1; # B=1";
+        char end[] = "A=3 ;";
+        char *lines[] = {comment, nullptr};
+        EXPECT_EQ(processOptions(lines, table), 1);
+        EXPECT_EQ(first, 1);
+        lines[0] = end;
+        EXPECT_EQ(processOptions(lines, table), 1);
+        EXPECT_EQ(first, 3);
+        EXPECT_EQ(second, 0);
+    });
+}
+
+TEST(OptInteger, withoutADestinationStoresNothing) {
+    char value[] = "12";
+    OptionEntry entry = {nullptr, nullptr, optInteger, nullptr};
+    optInteger(&entry, nullptr, value);
+    EXPECT_STREQ(value, "12");
+}
+
+TEST(ProcessProgramOptions, defaultOfARowWithoutHandlerIsNotApplied) {
+    expectChildPasses([] {
+        unsetenv("A");
+        static int32_t number = 7;
+        OptionEntry table[] = {
+            {const_cast<char *>("A"), const_cast<char *>("1"), nullptr, nullptr},
+            {const_cast<char *>("B"), nullptr, optInteger, &number},
+            {const_cast<char *>("C"), const_cast<char *>("5"), optInteger, &number},
+            {nullptr, nullptr, nullptr, nullptr}};
+        processProgramOptions(nullptr, table);
+        EXPECT_EQ(getenv("A"), nullptr);
+        EXPECT_EQ(number, 5);
+    });
+}
+
+TEST(CreateStandardOptionsName, exhaustedMemoryGivesNull) {
+    const FailingAlloc failing;
+    EXPECT_EQ(createStandardOptionsName("", "program"), nullptr);
+}
+
 } // namespace

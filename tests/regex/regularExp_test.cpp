@@ -4,6 +4,7 @@
 #include "regex/regularExp.h"
 
 #include "support/childProcess.h"
+#include "support/failingAlloc.h"
 #include "support/threadSanitizer.h"
 
 #include <gtest/gtest.h>
@@ -925,6 +926,58 @@ TEST(RegularExp, endingThreadsGiveTheirStacksBack) {
         }).join();
     // About 30 MB each; a sanitizer's quarantine keeps 256.
     EXPECT_LT(residentBytes() - before, 700L << 20);
+}
+
+// In a thread of its own each time: what a call made of the stacks stays for the next.
+std::string capturedWith(int successes, const std::string &program, const std::string &subject) {
+    std::string text;
+    std::thread([&] {
+        CaptureBlock *block = reinterpret_cast<CaptureBlock *>(8);
+        const char *end, *start;
+        {
+            const FailingAlloc failing(successes);
+            end = regularExp(program.c_str(), subject.c_str(), &block);
+            start = startPatMatch();
+        }
+        if (end == nullptr) {
+            EXPECT_EQ(block, nullptr);
+            EXPECT_EQ(start, nullptr);
+            text = NO_MATCH;
+            return;
+        }
+        text = block == nullptr ? "null" : block->group[0];
+        free(block);
+    }).join();
+    return text;
+}
+
+TEST(RegularExp, everyAllocationMayFail) {
+    const std::string subject = std::string(60, 'x') + "ab";
+    // A group of captures that save their places, given back to the very start: every stack grows.
+    const std::string program =
+        str(matchProgram::program(groupZeroOrMore(capture(0, ANY)), zeroOrMore(ANY), text("b")));
+    int failures = 0;
+    for (int successes = 0; successes < 40; ++successes) {
+        const std::string found = capturedWith(successes, program, subject);
+        failures += found == NO_MATCH ? 1 : 0;
+        EXPECT_TRUE(found == NO_MATCH || found == "a") << successes << ": " << found;
+    }
+    EXPECT_EQ(capturedWith(40, program, subject), "a");
+    EXPECT_GT(failures, 5);
+    EXPECT_LT(failures, 40);
+}
+
+TEST(RegularExp, withoutMemoryForTheNotesOfFailuresTheResultIsTheSame) {
+    // Some thousand retries: failures would be noted, were there memory.
+    const std::string program = str(
+        matchProgram::program(ANCHORED, capture(0, zeroOrMore(ANY)), zeroOrMore(ANY), text("b")));
+    const std::string subject(200, 'x');
+    int matches = 0;
+    for (int successes = 0; successes < 12; ++successes) {
+        EXPECT_EQ(capturedWith(successes, program, subject), NO_MATCH);
+        matches += capturedWith(successes, program, subject + "b") != NO_MATCH ? 1 : 0;
+    }
+    EXPECT_GT(matches, 0);
 }
 
 } // namespace
