@@ -588,4 +588,47 @@ TEST(SyntheticFormat, valueThatBreaksTheFormatExpandsItToNothing) {
     });
 }
 
+TEST(Translate, argumentsByHexadecimalNumber) {
+    expectEach(
+        {{"@f@[0x0a]|", "@f@[0x0a]|"}, {"@f@[0X0F]|", "@f@[0X0F]|"}, {"@f@[0x1g]|", "@f@[0x1g]|"}},
+        down);
+    std::vector<std::string> arguments(12, "x");
+    arguments[10] = "ten";
+    expectEach({{"@f@[0x0a]@f@[0XA]", "tenten"}}, recordOf(7, 2, arguments));
+}
+
+TEST(Translate, priorityWithoutAMarkIsEmpty) {
+    withCatalogue([] {
+        const Parsed msg = parsed(down);
+        msg->priority = -1;
+        EXPECT_EQ(translated("@p@", msg.get()), "\"\"");
+        msg->priority = 5;
+        EXPECT_EQ(translated("@p@", msg.get()), "\"\"");
+        msg->priority = 4;
+        EXPECT_EQ(translated("@p@", msg.get()), "\"*C\"");
+    });
+}
+
+TEST(ExhaustedMemory, failedCheckHasAMessageHoweverLittleMemoryThereIs) {
+    expectChildPasses([] {
+        const std::string name = "@" + std::string(300, 'n') + "@";
+        int whole = 0;
+        for (int granted = 0; granted < 10; ++granted) {
+            char *error = nullptr, *next = nullptr;
+            {
+                const FailingAlloc few(granted);
+                EXPECT_EQ(decodeSynField(-1, name.c_str(), &error, &next, 1), 0);
+            }
+            ASSERT_NE(error, nullptr);
+            const bool isWhole = error == name + " : Unrecognized synthetic field name";
+            whole += isWhole ? 1 : 0;
+            if (!isWhole) {
+                EXPECT_STREQ(error, "Invalid synthetic field (out of memory)");
+            }
+        }
+        EXPECT_GT(whole, 0);
+        EXPECT_LT(whole, 10);
+    });
+}
+
 } // namespace
