@@ -29,10 +29,13 @@ struct Report {
 };
 
 inline std::vector<Report> reports;
+inline bool keepsReports = true; // false where there is no memory for them
 
 // In place of the log client's.
 extern "C" char *logperror(uint32_t destination, int32_t priority, const char *file, int32_t line,
                            const char *format, ...) {
+    if (!keepsReports)
+        return nullptr;
     char text[4096];
     const int error = errno;
     va_list args;

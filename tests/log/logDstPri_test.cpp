@@ -110,6 +110,17 @@ TEST(GetLogMsgDstPri, withoutATableIsNullAndReportsNothing) {
     });
 }
 
+TEST(GetLogMsgDstPri, settingOfTheRulesChangesNoRow) {
+    const Segment segment(2, {{0, 1}, {4, 9}});
+    for (const char *rules : {"/somewhere/else.rules", ""})
+        expectChildPasses([&] {
+            segment.name();
+            setenv("LOGDSTRULES", rules, 1);
+            ASSERT_NE(getLogMsgDstPri(1), nullptr);
+            EXPECT_EQ(getLogMsgDstPri(1)->destination, 9U);
+        });
+}
+
 TEST(GetLogMsgDstPri, tableIsMappedReadOnly) {
     const Segment segment(1, {{0, 1}});
     expectChildPasses([&] {

@@ -487,4 +487,27 @@ TEST(LogFields, filesAreClosedOnExec) {
     });
 }
 
+TEST(LogFields, exhaustedMemoryFindsNothingOrTheWholeList) {
+    expectChildPasses([] {
+        const Catalogue catalogue({"0\x1Chost,S,0,16\x1Cport,D\x1C\x1D"});
+        int failures = 0;
+        for (int granted = 0; granted < 30; ++granted) {
+            const int before = openDescriptors();
+            const LogFieldList *list;
+            {
+                const FailingAlloc few(granted);
+                list = getLogFormatFields(0);
+            }
+            failures += list == nullptr ? 1 : 0;
+            EXPECT_EQ(fieldsOf(0), "host/0/S/0/16 port/1/D/0/0") << granted;
+            endDdMapLog();
+            EXPECT_EQ(openDescriptors(), before) << granted;
+            setDdMapLogName(nullptr); // found anew each time
+            setDataDictLogName(nullptr);
+        }
+        EXPECT_GT(failures, 5);
+        EXPECT_LT(failures, 30);
+    });
+}
+
 } // namespace

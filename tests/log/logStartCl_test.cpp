@@ -5,6 +5,7 @@
 #include "catalogueFixture.h"
 
 #include "buffers/arrays.h"
+#include "support/failingAlloc.h"
 
 #include <climits>
 
@@ -234,6 +235,36 @@ TEST(LogStartCl, readsCloseTheirFile) {
         for (int i = 0; i < 5; ++i)
             logReadStartClasses(nullptr);
         EXPECT_EQ(openDescriptors(), before);
+    });
+}
+
+TEST(LogStartCl, exhaustedMemoryReadsFewerClassesButNoneByHalf) {
+    expectChildPasses([] {
+        std::string classes;
+        for (int number = 10; number < 40; ++number)
+            classes += "#define _C" + std::to_string(number) + "MSG_START " +
+                       std::to_string(number * 100) + "\n";
+        const ClassRoot root(classes + "#define __MAX_LOGMSG 5000\n");
+        int incomplete = 0;
+        keepsReports = false;
+        for (int granted = 0; granted < 50; ++granted) {
+            {
+                const FailingAlloc few(granted);
+                logReadStartClasses(nullptr);
+            }
+            int found = 0;
+            for (int number = 10; number < 40; ++number) {
+                const std::string name = "C" + std::to_string(number);
+                const int32_t start = logStartClass(name.c_str());
+                if (start == LOG_UNKNOWN_CLASS)
+                    continue;
+                ++found;
+                EXPECT_EQ(start, number * 100) << granted;
+            }
+            incomplete += found < 30 ? 1 : 0;
+        }
+        EXPECT_GT(incomplete, 10);
+        EXPECT_LT(incomplete, 50);
     });
 }
 

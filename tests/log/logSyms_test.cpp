@@ -652,4 +652,48 @@ TEST(LogSyms, headerWithoutPathIsNotReported) {
     });
 }
 
+TEST(LogSyms, exhaustedMemoryReadsFewerSymbolsButNoneByHalf) {
+    expectChildPasses([] {
+        const HeaderDir dir;
+        dir.write("logNET.h", numberedHeader(30)); // more than the table's first slots
+        ASSERT_EQ(logReadSymbols(dir.path()), 30);
+        int incomplete = 0;
+        keepsReports = false;
+        for (int granted = 0; granted < 160; ++granted) {
+            int32_t read;
+            {
+                const FailingAlloc few(granted);
+                read = logReadSymbols(nullptr);
+            }
+            incomplete += read < 30 ? 1 : 0;
+            for (int32_t position = 0; position < read; ++position) {
+                const LogSymbol *symbol = logGetSymbol(position);
+                ASSERT_NE(symbol, nullptr) << granted;
+                EXPECT_EQ(shown(symbol), "SYMBOL_" + std::to_string(symbol->relIndex) + " " +
+                                             std::to_string(symbol->relIndex + 99) + " NET " +
+                                             std::to_string(symbol->relIndex));
+            }
+            if (read > 0) {
+                EXPECT_EQ(logTotalSymbols(), read);
+            }
+        }
+        EXPECT_GT(incomplete, 60);
+        EXPECT_EQ(logReadSymbols(nullptr), 30);
+    });
+}
+
+TEST(LogSyms, missingNumbersAreMissedWithoutMemoryForTheIndex) {
+    expectChildPasses([] {
+        const HeaderDir dir;
+        dir.write("logNET.h", numberedHeader(5));
+        ASSERT_EQ(logReadSymbols(dir.path()), 5);
+        const FailingAlloc none;
+        EXPECT_EQ(logFindRelIndex("NET", 6), nullptr);
+        EXPECT_EQ(logFindRelIndex("DB", 1), nullptr);
+        EXPECT_NE(logFindRelIndex("NET", 5), nullptr);
+        EXPECT_EQ(logFindAbsIndex(300), nullptr);
+        EXPECT_NE(logFindAbsIndex(104), nullptr);
+    });
+}
+
 } // namespace
