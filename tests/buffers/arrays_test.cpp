@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <malloc.h>
 #include <string>
 #include <sys/mman.h>
 #include <sys/syscall.h>
@@ -932,5 +933,19 @@ ISOLATED(ArrayDamage, putsAndGrowthAreRefusedByRecordsThatCannotBe) {
     EXPECT_NE(arrayPut(array, &value), nullptr);
     EXPECT_EQ(intAt(array, 0), 5);
 }
+
+#ifndef __SANITIZE_ADDRESS__ // whose own check finds them, and which counts no memory
+ISOLATED(ArrayClose, releasesWhatItsUserPutIntoExpandedSlots) {
+    const uint32_t index = arrayOpen(INDIRECT_ARRAY, 0);
+    ASSERT_NE(expandArray(arrDescPtr + index, 5), nullptr);
+    const size_t before = mallinfo2().uordblks;
+    for (uint32_t place = 0; place < 10; ++place)
+        static_cast<void **>(entry(index).storage)[place] = malloc(5000);
+    EXPECT_EQ(entry(index).count, 0U);
+    EXPECT_GT(mallinfo2().uordblks, before + 49000);
+    EXPECT_EQ(arrayClose(index), 0);
+    EXPECT_LT(mallinfo2().uordblks, before + 5000);
+}
+#endif
 
 } // namespace

@@ -38,6 +38,17 @@ extern "C" int stat64(const char *path, struct stat64 *result) noexcept {
     return fstatat64(AT_FDCWD, path, result, 0);
 }
 
+static bool (*renameMay)(const char *from); // asked first
+
+// The library's: it puts a file made anew in place of the old one.
+extern "C" int rename(const char *from, const char *to) noexcept {
+    if (renameMay != nullptr && !renameMay(from)) {
+        errno = EPERM;
+        return -1;
+    }
+    return renameat(AT_FDCWD, from, AT_FDCWD, to);
+}
+
 namespace {
 
 struct Case {
@@ -745,6 +756,35 @@ TEST(Clipboard, fileMadeAnewIsFoundLockedOrWritten) {
         ASSERT_EQ(seteuid(0), 0);
         EXPECT_EQ(statusOf(child), 0);
         EXPECT_EQ(filesIn(test.folder.path()), 1) << "a temporary file is left";
+    });
+}
+
+bool isLockedByAnother(const char *path) {
+    struct flock lock = {};
+    lock.l_type = F_WRLCK;
+    const int fd = open(path, O_RDWR);
+    return fd != -1 && fcntl(fd, F_GETLK, &lock) == 0 && lock.l_type == F_WRLCK;
+}
+
+TEST(Clipboard, fileMadeAnewIsLockedBeforeItTakesThePath) {
+    if (geteuid() != 0)
+        GTEST_SKIP() << "needs root, to change its identity";
+    expectChildPasses([] {
+        Case test;
+        Clipboard *clipboard = test.load("A=1\n");
+        chmod(test.path.c_str(), 0440);
+        ASSERT_EQ(chmod(test.folder.path().c_str(), 0777), 0);
+        addClipEntry(clipboard, nullptr, "A", "2", nullptr);
+        renameMay = [](const char *from) {
+            const pid_t child = fork();
+            if (child == 0)
+                _exit(seteuid(0) == 0 && isLockedByAnother(from) ? 0 : 1);
+            return statusOf(child) == 0;
+        };
+        ASSERT_EQ(seteuid(12345), 0);
+        EXPECT_EQ(closeClipboard(clipboard), 1);
+        ASSERT_EQ(seteuid(0), 0);
+        EXPECT_EQ(test.content(), "A=2\n");
     });
 }
 

@@ -230,4 +230,20 @@ TEST(RealTime, threadOutsideTheClockPassesTheSignalOnToTheSleeper) {
     });
 }
 
+TEST(RealTime, threadThatWaitedForTheLockHasTheSignalUnblockedAgain) {
+    expectChildPasses([] {
+        clkTimeout(countCall, 0, 30);
+        pthread_mutex_lock(&clkAccessLock);
+        bool blockedAfter = true;
+        std::thread waiting([&] {
+            clkUntimeout(77); // has to wait
+            blockedAfter = signalIsBlocked();
+        });
+        usleep(200000);
+        pthread_mutex_unlock(&clkAccessLock);
+        waiting.join();
+        EXPECT_FALSE(blockedAfter);
+    });
+}
+
 } // namespace

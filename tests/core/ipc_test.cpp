@@ -1157,12 +1157,34 @@ TEST_F(IpcInit, readerThatComesWithinTheWaitMakesItBusy) {
     });
 }
 
+// The seconds that the first timeout was queued for, seen by a thread that takes no SIGALRM.
+std::thread watchFirstTimeout(std::atomic<uint32_t> &seconds) {
+    sigset_t alarmOnly;
+    sigemptyset(&alarmOnly);
+    sigaddset(&alarmOnly, SIGALRM);
+    pthread_sigmask(SIG_BLOCK, &alarmOnly, nullptr);
+    std::thread watcher([&seconds] {
+        for (int round = 0; round < 2000 && seconds == 0; ++round, usleep(1000)) {
+            pthread_mutex_lock(&clkAccessLock);
+            if (activeCallouts.head != nullptr)
+                seconds = reinterpret_cast<const Callout *>(activeCallouts.head)->increment;
+            pthread_mutex_unlock(&clkAccessLock);
+        }
+    });
+    pthread_sigmask(SIG_UNBLOCK, &alarmOnly, nullptr);
+    return watcher;
+}
+
 TEST_F(IpcInit, unreadFifoIsFreeAfterFourSeconds) {
     expectChildPasses([this] {
         const string path = makeFifo();
         const double start = secondsNow();
+        std::atomic<uint32_t> seconds{0};
+        std::thread watcher = watchFirstTimeout(seconds);
         EXPECT_EQ(ipcInit(path.c_str(), 0600), 0);
         EXPECT_GT(secondsNow() - start, 2.9);
+        watcher.join();
+        EXPECT_EQ(seconds, 4U);
         expectNothingPending();
         EXPECT_EQ(signal(SIGALRM, SIG_DFL), SIG_DFL) << "the clock gave the signal back";
     });

@@ -400,7 +400,10 @@ const std::string SLOT_0 = std::string("\x3C\0", 2);
 const std::string CLOSE_0 = std::string("\x0C\0\0", 3);
 
 std::string group(const std::string &sub) {
-    return std::string{MATCH_GROUP_ZERO_OR_MORE, static_cast<char>(sub.size() + 1)} + sub + "\x2F";
+    const size_t length = sub.size() + 1;
+    return std::string{static_cast<char>(MATCH_GROUP_ZERO_OR_MORE | length >> 8),
+                       static_cast<char>(length & 0xFF)} +
+           sub + "\x2F";
 }
 
 const CaptureCase CAPTURES[] = {
@@ -978,6 +981,21 @@ TEST(RegularExp, withoutMemoryForTheNotesOfFailuresTheResultIsTheSame) {
         matches += capturedWith(successes, program, subject + "b") != NO_MATCH ? 1 : 0;
     }
     EXPECT_GT(matches, 0);
+}
+
+TEST(RegularExp, groupOfMoreThan255BytesIsSkippedWhole) {
+    std::string sub, subject;
+    for (int i = 0; i < 150; ++i) {
+        sub += std::string("\x14") + static_cast<char>('a' + i % 26);
+        subject += static_cast<char>('a' + i % 26);
+    }
+    const std::string tail = "\x14"
+                             "!" +
+                             END;
+    EXPECT_EQ(matched(ANCHOR + group(sub) + tail, (subject + subject + "!").c_str()),
+              subject + subject + "!");
+    EXPECT_EQ(matched(ANCHOR + group(sub) + tail, "!"), "!");
+    EXPECT_EQ(matched(ANCHOR + group(sub) + tail, (subject.substr(1) + "!").c_str()), NO_MATCH);
 }
 
 } // namespace
