@@ -1196,6 +1196,11 @@ TEST(Clipboard, insertionWithoutMemoryForAFurtherEntryChangesNothing) {
         EXPECT_EQ(entriesOf(clipboard).count, count);
         EXPECT_STREQ(entryAt(clipboard, 0).name, "A");
     }
+    for (int successes = 0; successes < 3; ++successes) { // two texts, then the entries
+        const FailingAlloc failing(successes);
+        EXPECT_EQ(addClipEntry(clipboard, nullptr, "I", "0", nullptr), 0) << successes;
+        EXPECT_EQ(entriesOf(clipboard).count, count);
+    }
     EXPECT_EQ(insertClipEntry(clipboard, "A", "#\n", "I", "0", nullptr), 1);
     EXPECT_STREQ(entryAt(clipboard, 0).name, "I");
     closeClipboard(clipboard);

@@ -653,4 +653,15 @@ TEST(VisualWidth, fromColumnsLeftOfTheScreen) {
     });
 }
 
+TEST(ExpansionFormat, exhaustedMemoryLeavesTheOneThereIs) {
+    expectChildPasses([] {
+        chgExpansionFmt("%N");
+        {
+            const FailingAlloc none;
+            chgExpansionFmt("%S:%L");
+        }
+        EXPECT_STREQ(getExpansionFmt(), "%N");
+    });
+}
+
 } // namespace

@@ -700,4 +700,32 @@ TEST(CreateStandardOptionsName, exhaustedMemoryGivesNull) {
     EXPECT_EQ(createStandardOptionsName("", "program"), nullptr);
 }
 
+TEST(QuotedShCmd, nullAndTextsWithoutABackquoteAreGivenBack) {
+    char *result = reinterpret_cast<char *>(8);
+    EXPECT_EQ(quotedShCmd(nullptr, &result), nullptr);
+    EXPECT_EQ(result, nullptr);
+    char text[] = "echo";
+    EXPECT_EQ(quotedShCmd(text, nullptr), text);
+}
+
+TEST(ProcessOptions, withoutMemoryForADefaultOptionThereIsNone) {
+    expectChildPasses([] {
+        static int32_t number;
+        OptionEntry entry = {nullptr, nullptr, optInteger, &number};
+        {
+            const FailingAlloc none;
+            setDefaultOption(&entry);
+            processProgramOptions("program", nullptr); // no name of a file, no file
+        }
+        char line[] = "A=5";
+        char *lines[] = {line, nullptr};
+        EXPECT_EQ(processOptions(lines, nullptr), 1);
+        EXPECT_EQ(number, 0);
+        setDefaultOption(&entry);
+        EXPECT_EQ(processOptions(lines, nullptr), 1);
+        EXPECT_EQ(number, 5);
+        setDefaultOption(nullptr);
+    });
+}
+
 } // namespace
