@@ -236,7 +236,7 @@ TEST(RealTime, threadThatWaitedForTheLockHasTheSignalUnblockedAgain) {
         pthread_mutex_lock(&clkAccessLock);
         bool blockedAfter = true;
         std::thread waiting([&] {
-            clkUntimeout(77); // has to wait
+            setflag(nullptr); // has to wait, and touches no signal itself
             blockedAfter = signalIsBlocked();
         });
         usleep(200000);
