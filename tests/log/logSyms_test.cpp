@@ -652,7 +652,7 @@ TEST(LogSyms, headerWithoutPathIsNotReported) {
     });
 }
 
-TEST(LogSyms, exhaustedMemoryReadsFewerSymbolsButNoneByHalf) {
+TEST(LogSyms, exhaustedMemoryReadsNoSymbolByHalf) {
     expectChildPasses([] {
         const HeaderDir dir;
         dir.write("logNET.h", numberedHeader(30)); // more than the table's first slots
