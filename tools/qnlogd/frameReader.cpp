@@ -28,19 +28,27 @@ bool FrameReader::isFollowed(size_t end) const {
 }
 
 /* The next frame: of those that are whole the first that another follows, else the first. One whose
-   end is still to come is waited for, as its own header and text could pass for shorter ones. */
+   end, or what follows, is still to come is waited for, as its own header and text could pass for
+   shorter ones. */
 std::optional<RecordPlace> FrameReader::nextFrame(bool mayWait) const {
+    constexpr size_t LOOK_AHEAD = 2 * LONGEST_HEADER + DESTINATION_BYTES + 1;
     std::optional<RecordPlace> first;
     for (size_t from = 0;;) {
-        const std::optional<RecordPlace> found = findRecord(rest(), from, rest().size());
+        std::optional<RecordPlace> found = findRecord(rest(), from, rest().size());
         if (!found)
             return first;
-        const size_t size = wholeRecord(rest().substr(found->place));
-        if (size == 0 ? mayWait : isFollowed(found->place + size))
+        const size_t end = found->place + wholeRecord(rest().substr(found->place));
+        const bool isKnown = found->isWhole && (!mayWait || rest().size() >= end + LOOK_AHEAD);
+        if (isKnown && isFollowed(end))
             return found;
-        if (size > 0 && !first)
+        if (!isKnown && mayWait) {
+            found->isWhole = false;
+            return found;
+        }
+        if (found->isWhole && !first)
             first = found;
-        from = found->place + (size == 0 ? found->headerSize : 1);
+        // Past all digits of a longer header; those of a short one may be another's behind a cut.
+        from = found->place + (found->headerSize > HEADER_BYTES ? found->headerSize : 1);
     }
 }
 
@@ -116,6 +124,7 @@ std::optional<Piece> FrameReader::takeFrame(bool drained) {
 
 std::optional<Piece> FrameReader::next(bool drained) {
     std::optional<Piece> piece;
+    inStep_ = inStep_ || (drained && rest().empty());
     // In step again at the very place, it goes on with the frame there.
     for (bool again = true; again && !piece && !rest().empty();) {
         const bool wasInStep = inStep_;

@@ -137,7 +137,8 @@ size_t LogPipe::receive(const Consumer &consume) {
     const ssize_t count = read(fd_, block, sizeof block);
     if (count > 0)
         frames_.feed({block, static_cast<size_t>(count)});
-    takePieces(count < 0 && errno == EAGAIN, consume);
+    isDrained_ = count < 0 && errno == EAGAIN;
+    takePieces(isDrained_, consume);
     reportDamage("");
     return count > 0 ? static_cast<size_t>(count) : 0;
 }

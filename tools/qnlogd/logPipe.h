@@ -36,6 +36,8 @@ class LogPipe {
        consume sees only bodies that have one. */
     size_t receive(const Consumer &consume);
     int fd() const { return fd_; }
+    /* Whether the last read found it empty: only then nothing of a frame is kept. */
+    bool isDrained() const { return isDrained_; }
     /* Bytes that it holds at this moment. */
     size_t waiting() const;
 
@@ -48,6 +50,7 @@ class LogPipe {
     std::string path_;
     int fd_ = -1;
     int writer_ = -1; // held so that the last client's close is no end of file; locked
+    bool isDrained_ = true;
     FrameReader frames_;
     size_t damaged_ = 0;     // bytes that were no record and are not reported yet
     std::string sample_;     // the first of these

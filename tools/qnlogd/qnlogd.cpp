@@ -109,11 +109,16 @@ class Daemon {
         fflush(stdout);
     }
 
-    // Until there is something to read, a signal, or time to try the file again.
+    // Until there is something to read, a signal, or time to try the file again. Not at all where
+    // the end of the pipe has not been seen: a frame may wait for it.
     void wait(const sigset_t &whileWaiting) const {
         constexpr timespec RETRY = {1, 0};
+        constexpr timespec NO_TIME = {0, 0};
+        const timespec *limit = file_.failing() ? &RETRY : nullptr;
+        if (!file_.full() && !pipe_.isDrained())
+            limit = &NO_TIME;
         pollfd each = {file_.full() ? -1 : pipe_.fd(), POLLIN, 0};
-        const int count = ppoll(&each, 1, file_.failing() ? &RETRY : nullptr, &whileWaiting);
+        const int count = ppoll(&each, 1, limit, &whileWaiting);
         if (count < 0 && errno != EINTR)
             throw systemFailure("ppoll", errno);
         if (count > 0)

@@ -56,12 +56,13 @@ static size_t nextPlace(std::string_view bytes, size_t from) {
 std::optional<RecordPlace> findRecord(std::string_view bytes, size_t from, size_t before) {
     for (size_t at = nextPlace(bytes, from); at < before; at = nextPlace(bytes, at + 1)) {
         const FrameHeader header = readFrameHeader(bytes.substr(at));
+        const std::string_view body = frameBody(bytes.substr(at));
         const bool hasBody = header.kind == FrameHeader::LINE || header.length > 0;
-        const bool begins = hasBody && isRecord(bytes.substr(at + header.size));
-        if (begins && header.kind == FrameHeader::TOO_LONG)
-            at += header.size - 1; // no digit of it begins another
-        else if (begins)
-            return RecordPlace{at, header.size, !frameBody(bytes.substr(at)).empty()};
+        if (!hasBody || !isRecord(body.empty() ? bytes.substr(at + header.size) : body))
+            continue;
+        if (header.kind != FrameHeader::TOO_LONG)
+            return RecordPlace{at, header.size, !body.empty()};
+        at += header.size - 1; // no digit of it begins another
     }
     return std::nullopt;
 }
