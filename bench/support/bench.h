@@ -7,7 +7,17 @@
 #include "support/plainBenchmark.h"
 #else
 #include <benchmark/benchmark.h>
-#define QN_BENCHMARK(name, function) BENCHMARK(function)->Name(name)
+namespace benchmark {
+inline int add(const char *name, void (*function)(State &)) {
+    RegisterBenchmark(name, function);
+    return 0;
+}
+} // namespace benchmark
 #endif
+
+#define QN_BENCH_NAME2(count) benchmark_##count
+#define QN_BENCH_NAME(count) QN_BENCH_NAME2(count)
+#define QN_BENCHMARK(name, function)                                                               \
+    [[maybe_unused]] static const int QN_BENCH_NAME(__COUNTER__) = benchmark::add(name, function)
 
 #endif

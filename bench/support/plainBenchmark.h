@@ -129,10 +129,6 @@ inline int runAll(int argc, char **argv) {
 
 } // namespace benchmark
 
-#define QN_BENCH_NAME2(line) benchmark_##line
-#define QN_BENCH_NAME(line) QN_BENCH_NAME2(line)
-#define QN_BENCHMARK(name, function)                                                               \
-    [[maybe_unused]] static const int QN_BENCH_NAME(__LINE__) = benchmark::add(name, function)
 #define BENCHMARK_MAIN()                                                                           \
     int main(int argc, char **argv) {                                                              \
         return benchmark::runAll(argc, argv);                                                      \

@@ -1,0 +1,34 @@
+"""The table of goals: each row of the benchmarks against a floor or a peer."""
+
+# (work, row, variant it is held against, what that is, goal as a ratio, program)
+GOALS = [
+    ("logMsg, 120 bytes, three arguments, into a drained pipe", "logMsg", "write", "one write(2) of the same bytes", 1.6, "logging"),
+    ("logMsg", "logMsg", "spdlog", "spdlog, synchronous file sink, flushed", 1.0, "logging"),
+    ("logMsg", "logMsg", "fprintf", "fprintf and fflush", 1.0, "logging"),
+    ("logMsg", "logMsg", "syslog", "syslog(3) to a local datagram socket", 1 / 3, "logging"),
+    ("fmtEvent: the record alone", "fmtEvent", "snprintf", "two snprintf passes", 0.5, "logging"),
+    ("fmtEvent: the record alone", "fmtEvent", "fmt", "{fmt}, run-time format, one line", 0.8, "logging"),
+    ("expandLog, default format, parsing included", "expandLog", "snprintf", "snprintf of the line, the time text kept", 1.5, "logging"),
+    ("parseCmpLog and freeLogMsg", "parseCmpLog", "sscanf", "sscanf of the fields, localtime_r", 0.8, "logging"),
+    ("fputCharBuffer, 11 bytes, 1,000 pieces", "fputCharBuffer", "GString", "GString", 1.0, "buffers"),
+    ("fputCharBuffer, 11 bytes, 1,000 pieces", "fputCharBuffer", "string", "std::string", 2.0, "buffers"),
+    ("putStrCharBuffer, 11 bytes, 1,000 pieces", "putStrCharBuffer", "GString", "GString", 1.0, "buffers"),
+    ("putStrCharBuffer, 11 bytes, 1,000 pieces", "putStrCharBuffer", "string", "std::string", 2.0, "buffers"),
+    ("fmtCharBuffer of \"%s=%d \"", "fmtCharBuffer", "snprintf", "snprintf into a fixed buffer", 1.2, "buffers"),
+    ("arrayPut", "arrayPut", "mutex", "a recursive mutex pair and the copy", 1.5, "buffers"),
+    ("clearCopy of 1 KiB, no control bytes", "clearCopyPlain", "g_strescape", "g_strescape", 0.25, "buffers"),
+    ("clearCopy of 1 KiB, no control bytes", "clearCopyPlain", "strvis", "strvis", 0.05, "buffers"),
+    ("clearCopy of 1 KiB, 10 % control bytes", "clearCopyControls", "g_strescape", "g_strescape", 0.6, "buffers"),
+    ("clearCopy of 1 KiB, 10 % control bytes", "clearCopyControls", "strvis", "strvis", 0.05, "buffers"),
+    ("readLine over 10 MB", "readLine", "getline", "getline(3)", 1.2, "text"),
+    ("readQuotedLine over 10 MB", "readQuotedLine", "readLine/getline", "getline(3)", 2.0, "text"),
+    ("shellVariable of a plain word", "shellVariablePlain", "wordexp", "wordexp", 0.5, "text"),
+    ("shellVariable of ${HOME:-/tmp}/x", "shellVariableDefault", "wordexp", "wordexp", 0.5, "text"),
+    ("processOptionsFile, 100 lines", "processOptionsFile", "GKeyFile", "GLib's key file", 1.0, "text"),
+    ("processOptionsFile, 100 lines", "processOptionsFile", "confuse", "libconfuse", 1.0, "text"),
+]
+for _name, _row in (("an identifier", "identifier"), ("the log form, captures", "logForm")):
+    for _length in ("Short", "Long", "Failing"):
+        _work = f"regularExp: {_name}, {_length.lower()}"
+        GOALS.append((_work, _row + _length, "pcre2", "PCRE2 interpreter", 1.0, "text"))
+        GOALS.append((_work, _row + _length, "pcre2jit", "PCRE2 JIT", 3.0, "text"))
