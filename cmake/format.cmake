@@ -9,6 +9,7 @@ if(QN_CLANG_FORMAT)
     list(APPEND qn_formatted ${found})
   endforeach()
   list(FILTER qn_formatted EXCLUDE REGEX "/(build|golden)/") # what programs wrote stays as they wrote it
-  add_custom_target(format COMMAND ${QN_CLANG_FORMAT} -i ${qn_formatted} VERBATIM)
-  add_custom_target(format-check COMMAND ${QN_CLANG_FORMAT} --dry-run -Werror ${qn_formatted} VERBATIM)
+  add_custom_target(format COMMAND ${QN_CLANG_FORMAT} -i ${qn_formatted} COMMENT "Formatting" VERBATIM)
+  add_custom_target(format-check COMMAND ${QN_CLANG_FORMAT} --dry-run -Werror ${qn_formatted}
+                    COMMENT "Looking at the format" VERBATIM)
 endif()
