@@ -189,8 +189,9 @@ struct Takeover {
 // have armed the alarm anew or given SIGALRM back, so everything is taken again.
 static Takeover takeForSuspension() {
     for (;;) {
-        Takeover taken = {maxcallouts < 1 ? setAlarmHdlr() : alarm(0), 0, nullptr};
+        // Before the alarm is stopped: one that comes in between may arm it anew.
         const sig_atomic_t served = alarmsServed;
+        Takeover taken = {maxcallouts < 1 ? setAlarmHdlr() : alarm(0), 0, nullptr};
         taken.handlerInstalled = clkHandlerInstalled;
         taken.replaced = sigset(SIGALRM, clkAlarmHandler);
         sighold(SIGALRM);
