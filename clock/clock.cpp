@@ -86,7 +86,8 @@ static void sendAlarmBack() {
     pthread_sigmask(SIG_SETMASK, &mask, nullptr);
 }
 
-static void dropAlarmsSentBack() {
+void releaseHandler() {
+    __atomic_store_n(&clkHandlerInstalled, 0, __ATOMIC_SEQ_CST);
     while (__atomic_load_n(&alarmSenders, __ATOMIC_SEQ_CST) != 0)
         sched_yield();
     if (__atomic_exchange_n(&alarmSent, 0, __ATOMIC_SEQ_CST) != 0)
@@ -189,10 +190,8 @@ static void deliverOverdue(SignalHandler handler) {
 static void restoreForeignAlarm() {
     ClockLock lock;
     const ForeignAlarm foreign = foreignAlarm;
-    if (foreign.handler != clkAlarmHandler) {
-        __atomic_store_n(&clkHandlerInstalled, 0, __ATOMIC_SEQ_CST);
-        dropAlarmsSentBack();
-    }
+    if (foreign.handler != clkAlarmHandler)
+        releaseHandler();
     sigset(SIGALRM, foreign.handler);
     if (foreign.secondsLeft == 0)
         return;

@@ -253,6 +253,8 @@ static void restoreDisposition(SignalHandler disposition) {
         sigset(SIGALRM, clkAlarmHandler);
     else if (disposition == SIG_DFL)
         sigrelse(SIGALRM);
+    if (disposition != clkAlarmHandler)
+        releaseHandler();
     sigset(SIGALRM, disposition);
     sighold(SIGALRM);
 }

@@ -74,6 +74,10 @@ bool isInTable(const ListItem *link);
 void clkAlarmHandler(int signalNumber);
 uint32_t setAlarmHdlr();
 
+// SIGALRM is about to be another's: ends the clock's claim to it, waits for threads that are
+// sending an alarm back, and discards what they sent.
+void releaseHandler();
+
 // setAlarmHdlr, and SIGALRM blocked. A signal that comes in between may find nothing to run and
 // give SIGALRM back, or run callouts and arm the alarm anew: everything is taken again then.
 uint32_t holdAlarm();

@@ -10,6 +10,7 @@
 #include <atomic>
 #include <csignal>
 #include <ctime>
+#include <functional>
 #include <sys/syscall.h>
 #include <thread>
 #include <unistd.h>
@@ -77,18 +78,22 @@ void *nothing(intptr_t, uint32_t) {
 
 int foreignAlarms;
 
-void cancelWhileAnAlarmIsPassedOn() {
+void endWhileAnAlarmIsPassedOn(const std::function<void(uint32_t id)> &end) {
     pthread_mutex_lock(&clkAccessLock);
     const uint32_t id = clkTimeout(nothing, 1, 1000);
     holdsUp = true;
     std::thread other([] { pthread_kill(pthread_self(), SIGALRM); });
     while (!isHeldUp)
         pauseMilliseconds(1);
-    clkUntimeout(id);
+    end(id);
     goesOn = true;
     pthread_mutex_unlock(&clkAccessLock);
     other.join();
     pauseMilliseconds(20);
+}
+
+void cancelWhileAnAlarmIsPassedOn() {
+    endWhileAnAlarmIsPassedOn([](uint32_t id) { clkUntimeout(id); });
 }
 
 TEST(PassOn, aLateAlarmDoesNotMeetTheDefaultAction) {
@@ -107,6 +112,17 @@ TEST(PassOn, aLateAlarmDoesNotMeetTheApplicationsHandler) {
         EXPECT_EQ(foreignAlarms, 0);
         raise(SIGALRM);
         EXPECT_EQ(foreignAlarms, 1) << "the application's own still arrives";
+    });
+}
+
+TEST(PassOn, aLateAlarmDoesNotMeetWhatASuspensionPutsBack) {
+    expectChildPasses([] {
+        clkinit(8); // else the suspension finds the signal the clock's already
+        EXPECT_EQ(suspendTimeouts(), 0);
+        endWhileAnAlarmIsPassedOn([](uint32_t) { unsuspendTimeouts(); });
+        struct sigaction now = {};
+        sigaction(SIGALRM, nullptr, &now);
+        EXPECT_EQ(now.sa_handler, SIG_DFL);
     });
 }
 
