@@ -126,3 +126,15 @@ TEST(FrameReader, nothingIsKeptOnceThePipeIsEmpty) {
     ASSERT_TRUE(piece);
     EXPECT_EQ(body("a"), piece->bytes);
 }
+
+// Each is looked at for what follows it; the cost must not be that of all the others.
+TEST(FrameReader, recordsThatNothingFollowsAreTakenAllTheSame) {
+    constexpr size_t RECORDS = 5000;
+    const std::string one = frame(body("a")) + std::string(40, '-');
+    std::string bytes = "-";
+    for (size_t count = 0; count < RECORDS; count++)
+        bytes += one;
+    const Taken taken = take(bytes, bytes.size());
+    EXPECT_GT(taken.bodies.size(), RECORDS * 9 / 10);
+    EXPECT_EQ(body("a"), taken.bodies.back());
+}

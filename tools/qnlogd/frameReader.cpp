@@ -5,6 +5,7 @@
 
 #include <algorithm>
 
+constexpr size_t BETTER_WITHIN = 256; // of the first place: what a cut head can make up
 constexpr size_t LONGEST_HEAD = 4096; // of a frame and its record, by which it is known
 
 void FrameReader::feed(std::string_view bytes) {
@@ -27,15 +28,16 @@ bool FrameReader::isFollowed(size_t end) const {
     return followed;
 }
 
-/* The next frame: of those that are whole the first that another follows, else the first. One whose
-   end, or what follows, is still to come is waited for, as its own header and text could pass for
-   shorter ones. */
+/* The next frame: of those that are whole the first that another follows, else the first. The
+   search for a better one ends soon, or hostile bytes could make each of them cost the whole
+   buffer. One whose end, or what follows, is still to come is waited for, as its own header and
+   text could pass for shorter ones. */
 std::optional<RecordPlace> FrameReader::nextFrame(bool mayWait) const {
     constexpr size_t LOOK_AHEAD = 2 * LONGEST_HEADER + DESTINATION_BYTES + 1;
     std::optional<RecordPlace> first;
     for (size_t from = 0;;) {
         std::optional<RecordPlace> found = findRecord(rest(), from, rest().size());
-        if (!found)
+        if (!found || (first && found->place > first->place + BETTER_WITHIN))
             return first;
         const size_t end = found->place + wholeRecord(rest().substr(found->place));
         const bool isKnown = found->isWhole && (!mayWait || rest().size() >= end + LOOK_AHEAD);
