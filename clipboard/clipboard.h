@@ -23,7 +23,7 @@
 
    Kept, because the files are read by the rules of options files: some values and names do not come
    back from the file as they were, and a quote or backslash that is open in a comment or trailer
-   reaches into the lines behind it. docs/formats.md lists them all.
+   reaches into the lines behind it. clipboard(5) lists them all.
 
    Every function takes a null clipboard and gives the failure value told. A Clipboard belongs to
    one thread at a time; threads with clipboards of different files do not disturb one another.

@@ -1,4 +1,4 @@
-/* Line scripts, from text to blocks of events. The format is told in docs/line-script.md. Keeps no
+/* Line scripts, from text to blocks of events. The format is told in linescript(5). Keeps no
    state: safe from any thread, each with a script of its own; not from a signal handler. */
 #ifndef PLATFORM_SCRIPTPARSER_H
 #define PLATFORM_SCRIPTPARSER_H

@@ -4,7 +4,7 @@
    fetches events one by one, each a code and, for some codes, a sub-code. A channel record and all
    but two words of an event are the platform's own: nobody else reads them. The library in this
    folder stands in where the platform is absent; what its line does is told by a line script
-   (docs/line-script.md, lineScript.h).
+   (linescript(5), lineScript.h).
 
    Any thread may call any operation, event_trace each on a stream of its own. None of them may be
    called from a signal handler. */

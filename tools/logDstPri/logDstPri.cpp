@@ -21,7 +21,7 @@ constexpr const char *USES = R"(Uses:
   logDstPri --show | grep ' CALL_'
       how the calls' messages are routed now
 
-docs/destination-rules.md describes the rules.)";
+logDstPri(5) describes the rules.)";
 
 struct Arguments {
     std::string root = defaultLogRoot();

@@ -1,5 +1,5 @@
 /* The rules file: which messages get another priority or destination than the catalogue gave them.
- * docs/destination-rules.md tells its format. */
+ * logDstPri(5) tells its format. */
 #ifndef TOOLS_LOGDSTPRI_RULES_H
 #define TOOLS_LOGDSTPRI_RULES_H
 

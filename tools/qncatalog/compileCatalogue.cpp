@@ -1,4 +1,4 @@
-/* The compiled files, byte by byte: docs/catalogue-source.md shows them with an example. */
+/* The compiled files, byte by byte: catalogue(5) shows them with an example. */
 #include "catalogue.h"
 
 #include <cstdio>

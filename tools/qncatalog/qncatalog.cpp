@@ -18,7 +18,7 @@ constexpr const char *USES = R"(Uses:
   qncatalog --check catalogue.toml
       write nothing; tell which files of the log root are not what the source compiles to
 
-docs/catalogue-source.md describes the source.)";
+catalogue(5) describes the source.)";
 
 struct Arguments {
     std::string source;

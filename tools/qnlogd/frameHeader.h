@@ -1,4 +1,4 @@
-/* The header that a frame on the pipe begins with (docs/formats.md). */
+/* The header that a frame on the pipe begins with (logframe(5)). */
 #ifndef TOOLS_QNLOGD_FRAMEHEADER_H
 #define TOOLS_QNLOGD_FRAMEHEADER_H
 

@@ -1,6 +1,6 @@
 /* Clipboard files. From values: entries that are added, written and loaded again are equal where
    the quoting carries their values. From bytes: any file loads; rewritten and loaded again it holds
-   what it held, and rewriting it once more changes no byte. docs/formats.md lists what is not
+   what it held, and rewriting it once more changes no byte. clipboard(5) lists what is not
    carried. */
 #include "buffers/arrays.h"
 #include "clipboard/clipboard.h"
