@@ -314,7 +314,7 @@ static constexpr ElfW(Sword) TABLE = DT_REL, TABLE_SIZE = DT_RELSZ;
 
 namespace {
 
-// Where the loader put libquarnelBE.so.
+// Where the loader put libquarnelBE.so.1.
 struct Loaded {
     ElfW(Addr) base;
     const ElfW(Dyn) * dynamic;
@@ -330,7 +330,7 @@ struct Walk {
 
 static bool isQuarnel(const char *path) {
     const char *slash = strrchr(path, '/');
-    return strcmp(slash == nullptr ? path : slash + 1, "libquarnelBE.so") == 0;
+    return strcmp(slash == nullptr ? path : slash + 1, "libquarnelBE.so.1") == 0;
 }
 
 static int noteLoaded(dl_phdr_info *info, size_t, void *place) {

@@ -22,8 +22,8 @@ def main():
     dynamic = run("readelf", "-dW", library)
     needed = set(re.findall(r"\(NEEDED\).*\[(.*)\]", dynamic))
     faults += [f"needs {name}" for name in sorted(needed - {"libc.so.6", "libvxAPI.so"})]
-    if "[libquarnelBE.so]" not in "".join(re.findall(r"\(SONAME\).*", dynamic)):
-        faults.append("SONAME is not libquarnelBE.so")
+    if "[libquarnelBE.so.1]" not in "".join(re.findall(r"\(SONAME\).*", dynamic)):
+        faults.append("SONAME is not libquarnelBE.so.1")
     if "SYMBOLIC" in dynamic:
         faults.append("linked -Bsymbolic: executables could not replace the platform's operations")
     if "BIND_NOW" not in dynamic and "NOW" not in dynamic:
