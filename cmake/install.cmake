@@ -1,4 +1,5 @@
-# What `cmake --install` lays out, in four components: runtime, development, tools and stand-in.
+# What `cmake --install` lays out, in four components: runtime, development, tools and stand-in. cmake/package.cmake
+# makes a Debian package of each.
 
 # Both word sizes lie side by side under one prefix, where the system has a folder for each.
 if(CMAKE_LIBRARY_ARCHITECTURE AND NOT DEFINED CMAKE_INSTALL_LIBDIR)

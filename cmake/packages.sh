@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# Sourced by ./check and ./demo. need PACKAGE...: installs what is missing, or names it and stops.
+# Sourced by the scripts of the top folder. need PACKAGE...: installs what is missing, or names it and stops.
 
 need() {
     local missing=() package
@@ -31,5 +31,6 @@ BUILD_PACKAGES=(cmake ninja-build g++ g++-multilib libcli11-dev libtomlplusplus-
 ABI_PACKAGES=("${BUILD_PACKAGES[@]}" abigail-tools)
 CHECK_PACKAGES=("${ABI_PACKAGES[@]}" googletest clang clang-format python3 binutils pkg-config valgrind)
 FUZZ_PACKAGES=("${BUILD_PACKAGES[@]}" clang libclang-rt-14-dev)
+PACKAGE_PACKAGES=("${BUILD_PACKAGES[@]}" binutils dpkg-dev lintian pkg-config)
 BENCH_PACKAGES=("${BUILD_PACKAGES[@]}" pkg-config python3 libbenchmark-dev libspdlog-dev libfmt-dev libglib2.0-dev libbsd-dev
     libconfuse-dev libpcre2-dev gnuplot-nox valgrind)
