@@ -173,6 +173,14 @@ def cmakeConsumersRun(work):
         expect(told == output, f"{program}: {told}")
 
 
+def tutorialAnswersAsItSays(work):
+    install(work)
+    told = run(sys.executable, f"{TREE}/tests/examples/tutorial.py", f"{TREE}/docs/tutorial.md", WORD_SIZE,
+               PATH=f"{work}/bin:{os.environ['PATH']}", PKG_CONFIG_LIBDIR=f"{work}/{LIBDIR}/pkgconfig",
+               **found_at_run_time(work))
+    expect(", 0 answered otherwise" in told, told)
+
+
 with tempfile.TemporaryDirectory() as work:
     globals()[CHECK](work)
     print(f"{CHECK}: as it should be")
