@@ -1,0 +1,37 @@
+/* Logs a call. The daemon that reads the log root's pipe writes the records to its file. */
+#include <log/log.h>
+
+#include "logCALL.h" /* the catalogue's messages, made by qncatalog */
+#include "logLINE.h"
+
+#include <errno.h>
+#include <stdio.h>
+#include <stdlib.h>
+
+/* shown in logClient(3) */
+#define HERE "logging.c", __LINE__
+
+static void logOneCall(unsigned call) {
+    if (logMsg(CALL_START, HERE, call, 1, "5551234") == NULL)
+        fputs("a record was lost\n", stderr);
+
+    /* Whatever the table of destinations says: to standard error alone. */
+    logEvent(LINE_DOWN, 2, 3, HERE, 4, "no carrier");
+
+    if (fopen("voice/prompts", "r") == NULL)
+        logSysError(HERE, "opening %s", "voice/prompts");
+
+    logMsg(CALL_END, HERE, call, "answered", 42L);
+}
+/* end */
+
+int main(void) {
+    if (loginit("logging", 1, 0, NULL) != 0) {
+        fprintf(stderr, "no log daemon answers under %s\n", logRoot);
+        return EXIT_FAILURE;
+    }
+    logOneCall(7);
+    logOneCall(8);
+    logend();
+    return EXIT_SUCCESS;
+}
