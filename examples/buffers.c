@@ -8,7 +8,7 @@
 #include <stdlib.h>
 
 /* shown in charBuffer(3) */
-/* The words, a comma between them: a text that the caller releases with freecopy(). */
+/* The words, a comma between them; to be released with freecopy(). */
 static char *joinWords(const char *const *words) {
     CharBuffer *buffer = mkCharBuffer(64);
     int complete = buffer != NULL;
@@ -26,8 +26,8 @@ static char *joinWords(const char *const *words) {
 /* end */
 
 /* shown in fmtCharBuf(3) */
-static void report(CharBuffer *out, const char *line, int calls, double busy) {
-    fmtCharBuffer(out, "%s: %d calls", line, calls);
+static void report(CharBuffer *out, int line, int calls, double busy) {
+    fmtCharBuffer(out, "line %d: %d calls", line, calls);
     if (busy > 0.5)
         fmtCharBuffer(out, ", %s", fmtStr("%.0f%% busy", 100 * busy));
     putStrCharBuffer(out, "\n");
@@ -36,13 +36,11 @@ static void report(CharBuffer *out, const char *line, int calls, double busy) {
 
 /* shown in clearCopy(3) */
 static void showEachMode(const char *text) {
-    static const char *const names[] = {"escape", "dot",   "blank", "octal",
-                                        "hex",    "caret", "lower", "upper"};
-
     for (int32_t mode = CLEAR_ESCAPE; mode <= CLEAR_UPPER; ++mode) {
         char *shown = clearCopy(text, mode | CLEAR_WHITE | CLEAR_TAB);
 
-        printf("%-8s %s\n", names[mode], shown == NULL ? "(no memory)" : shown);
+        if (shown != NULL)
+            printf("mode %d: %s\n", mode, shown);
         freecopy(shown);
     }
 }
@@ -57,8 +55,8 @@ int main(void) {
         return EXIT_FAILURE;
     puts(joined);
     freecopy(joined);
-    report(out, "line 1", 12, 0.75);
-    report(out, "line 2", 3, 0.25);
+    report(out, 1, 12, 0.75);
+    report(out, 2, 3, 0.25);
     insertStrIntoCharBuffer(out, "report\n", 0);
     fputs(out->text, stdout);
     freeCharBuffer(out);

@@ -6,7 +6,6 @@
 #include <log/logFields.h>
 #include <log/logStartCl.h>
 #include <log/logSyms.h>
-
 #include <stdio.h>
 #include <stdlib.h>
 
@@ -17,8 +16,9 @@ static void tellSymbol(const char *told) {
     if (symbol == NULL)
         printf("%s: unknown\n", told);
     else
-        printf("%s: %s is message %d, number %d of class %s\n", told, symbol->name,
-               symbol->absIndex, symbol->relIndex, symbol->className);
+        printf("%s: %s, message %d, is number %d of class %s\n",
+               told, symbol->name, symbol->absIndex, symbol->relIndex,
+               symbol->className);
 }
 /* end */
 
@@ -27,8 +27,8 @@ static void tellClasses(void) {
     for (int32_t i = 0; i < logTotalClasses(); ++i) {
         const char *name = logGetClass(i);
 
-        printf("class %s begins at %d and has room for %d\n", name, logStartClass(name),
-               logClassSize(name));
+        printf("class %s begins at %d and has room for %d\n",
+               name, logStartClass(name), logClassSize(name));
     }
 }
 /* end */
@@ -38,9 +38,10 @@ static void tellFields(int32_t number) {
     const LogFieldList *list = getLogFormatFields(number);
 
     for (uint32_t i = 0; list != NULL && i < list->count; ++i)
-        printf("field %u of message %d: %s, type %c\n", i, number, list->fields[i].name,
-               list->fields[i].type);
-    printf("\"seconds\" is field %d\n", cvtLogFieldNameToIndex(number, "seconds"));
+        printf("field %u of message %d: %s, type %c\n",
+               i, number, list->fields[i].name, list->fields[i].type);
+    printf("\"seconds\" is field %d\n",
+           cvtLogFieldNameToIndex(number, "seconds"));
 }
 /* end */
 
@@ -53,7 +54,8 @@ static int tellFormat(const char *path, int32_t number) {
     if (number < count) {
         char *shown = clearCopy(formats + table[number], CLEAR_HEX);
 
-        printf("format of message %d: %s\n", number, shown == NULL ? "?" : shown);
+        if (shown != NULL)
+            printf("format of message %d: %s\n", number, shown);
         freecopy(shown);
     }
     free(table);
@@ -63,8 +65,7 @@ static int tellFormat(const char *path, int32_t number) {
 /* end */
 
 int main(void) {
-    const char *path = "cmpLogFmt"; /* the log root is the current folder here */
-    const int found = tellFormat(path, 211);
+    const int found = tellFormat("cmpLogFmt", 211); /* of the log root */
 
     tellSymbol("CALL_END");
     tellSymbol("logLINE(2)");

@@ -5,9 +5,9 @@
 #include <stdlib.h>
 
 /* shown in clipboard(3) */
-/* Counts one more call and returns how many there are now; -1 where the file does not take it. */
+/* Counts one more call. Returns how many there are now, or -1. */
 static int countCall(const char *path) {
-    Clipboard *clipboard = modifyClipboard(path); /* waits for its turn */
+    Clipboard *clipboard = modifyClipboard(path); /* may wait */
     const char *value;
     char text[16];
     int calls;
@@ -20,7 +20,8 @@ static int countCall(const char *path) {
     calls = (value == NULL ? 0 : atoi(value)) + 1;
     snprintf(text, sizeof text, "%d", calls);
     addClipEntry(clipboard, NULL, "calls", text, NULL);
-    addClipEntry(clipboard, "# who counted last\n", "last", "line 1; \"north\"", NULL);
+    addClipEntry(clipboard, "# who counted last\n", "last",
+                 "line 1; \"north\"", NULL);
     return closeClipboard(clipboard) < 1 ? -1 : calls;
 }
 /* end */

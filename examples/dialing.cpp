@@ -23,11 +23,11 @@ void call(chan_info *channel, const char *number, std::ofstream &trace) {
         return;
     }
     status = QN_dial(channel, number, trace, 1);
-    printf("%s: %s\n", number, status == DIALER_REACHED ? "dialled" : "failed");
+    printf("%s: status %d\n", number, status);
 
     int32_t seconds = 1; // 0 once they have passed
     status = QN_delay(channel, seconds, trace, 1);
-    printf("pause: %s, %d seconds left\n", status == DIALER_REFUSED ? "refused" : "over", seconds);
+    printf("pause: status %d, %d seconds left\n", status, seconds);
 }
 // end
 

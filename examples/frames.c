@@ -25,8 +25,9 @@ static void receiveAll(int pipe) {
 
 static int sendAll(const char *path) {
     IpcChannel channel = {open(path, O_WRONLY), 0, 0, 0, NULL};
-    int sent = ipcSend(&channel, "hello") == 5 && /* travels as 005hello */
-               write(channel.fd, "\1\2\3 noise\n", 10) == 10 && ipcSend(&channel, "good bye") == 8;
+    int sent = ipcSend(&channel, "hello") == 5 && /* as 005hello */
+               write(channel.fd, "\1\2\3 noise\n", 10) == 10 &&
+               ipcSend(&channel, "good bye") == 8;
 
     close(channel.fd);
     free(channel.buffer);

@@ -14,7 +14,8 @@ static void readLogicalLines(FILE *stream) {
     resetReadLine(&saved); /* somebody may be reading another file */
     setReadLineModes(READ_DROP_NEWLINE);
     while ((line = readContLine(stream)) != NULL)
-        printf("line %u of the file, %u in all: %s\n", inlineCnt, virtLineCnt, line);
+        printf("line %u of the file, %u in all: %s\n",
+               inlineCnt, virtLineCnt, line);
     setReadLine(&saved);
 }
 

@@ -15,7 +15,7 @@ static void logOneCall(unsigned call) {
     if (logMsg(CALL_START, HERE, call, 1, "5551234") == NULL)
         fputs("a record was lost\n", stderr);
 
-    /* Whatever the table of destinations says: to standard error alone. */
+    /* To standard error alone, whatever the shared table says. */
     logEvent(LINE_DOWN, 2, 3, HERE, 4, "no carrier");
 
     if (fopen("voice/prompts", "r") == NULL)

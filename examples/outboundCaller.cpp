@@ -200,10 +200,14 @@ void settle(Settings &call, const CommandLine &given, const char *program) {
     char number[] = "5551234", wait[] = "5", guardTime[] = "60", one[] = "1", none[] = "";
     int32_t guard = 0;
     OptionEntry table[] = {
-        {NUMBER, number, storeText, &call.number},  {WAIT, wait, optInteger, &call.dialToneWait},
-        {GUARD, guardTime, optInteger, &guard},     {LINE, one, optInteger, &call.line},
-        {LEVEL, one, optInteger, &call.traceLevel}, {COUNTER, none, storeText, &call.counter},
-        {nullptr, nullptr, nullptr, nullptr}};
+        {NUMBER, number, storeText, &call.number},
+        {WAIT, wait, optInteger, &call.dialToneWait},
+        {GUARD, guardTime, optInteger, &guard},
+        {LINE, one, optInteger, &call.line},
+        {LEVEL, one, optInteger, &call.traceLevel},
+        {COUNTER, none, storeText, &call.counter},
+        {nullptr, nullptr, nullptr, nullptr},
+    };
     if (given.options)
         setPrimaryOptionsFile(given.options->c_str());
     processProgramOptions(program, table);

@@ -6,39 +6,26 @@
 #include <stdlib.h>
 
 /* shown in regularExp(3) */
-/* ([a-z]+)=([0-9]*), anywhere; from C a program is written down byte by byte */
+/* ([a-z]+)=([0-9]*), anywhere in the subject */
+#define LETTER 4, MATCH_RANGE, 'a', 'z' /* a class: its length, a range */
+#define DIGIT 4, MATCH_RANGE, '0', '9'
 static const char ASSIGNMENT[] = {
-    MATCH_OPEN,
-    0,
-    MATCH_IN_CLASS + MATCH_ONE_OR_MORE,
-    4, /* the class: this length, and one range */
-    MATCH_RANGE,
-    'a',
-    'z',
-    MATCH_CLOSE,
-    0,
-    0,
-    MATCH_CHARACTER,
-    '=',
-    MATCH_OPEN,
-    1,
-    MATCH_IN_CLASS + MATCH_ZERO_OR_MORE,
-    4,
-    MATCH_RANGE,
-    '0',
-    '9',
-    MATCH_CLOSE,
-    1,
-    1,
-    MATCH_END,
-};
+    MATCH_OPEN, 0,                              // group 0
+    MATCH_IN_CLASS + MATCH_ONE_OR_MORE, LETTER, // longest first
+    MATCH_CLOSE, 0, 0,                          // its end: record, group
+    MATCH_CHARACTER, '=',                       // itself
+    MATCH_OPEN, 1,                              // group 1
+    MATCH_IN_CLASS + MATCH_ZERO_OR_MORE, DIGIT, // or none
+    MATCH_CLOSE, 1, 1,                          // its end
+    MATCH_END};
 
 static void findAssignments(const char *subject) {
     CaptureBlock *captured;
     const char *after;
 
-    while ((after = regularExp(ASSIGNMENT, subject, &captured)) != NULL) {
-        printf("%s is \"%s\", at %d\n", captured->group[0], captured->group[1],
+    while ((after = regularExp(ASSIGNMENT, subject, &captured))) {
+        printf("%s is \"%s\", at %d\n",
+               captured->group[0], captured->group[1],
                (int)(startPatMatch() - subject));
         free(captured);
         subject = after;

@@ -5,25 +5,28 @@
 #include <stdio.h>
 #include <stdlib.h>
 
-#define CALL_FAILED                                                                                \
-    "205 \x1C"                                                                                     \
-    "25F000000caller call.c:40\x1C"                                                                \
-    "7\x1C"                                                                                        \
-    "waiting for dial tone\x1C"                                                                    \
+#define CALL_FAILED                 \
+    "205 \x1C"                      \
+    "25F000000caller call.c:40\x1C" \
+    "7\x1C"                         \
+    "waiting for dial tone\x1C"     \
     "-11\x1D"
 
 /* shown in parseCmpLog(3) */
 static void tellRecord(char *line) {
-    LogMsg *msg = parseCmpLogEnhanced(line, 0, PARSE_KEEP_TEXT | PARSE_KEEP_COMMENTS);
+    LogMsg *msg = parseCmpLogEnhanced(
+        line, 0, PARSE_KEEP_TEXT | PARSE_KEEP_COMMENTS);
 
     if (msg == NULL)
-        puts("no memory");
-    else if (msg->index < 0)
-        printf("%s: %s\n", msg->index == -2 ? "comment" : "text", msg->record);
-    else
-        printf("message %d of %s, %s:%d\n", msg->index, msg->producer, msg->file, msg->line);
-    for (int32_t i = 0; msg != NULL && msg->index >= 0 && i < msg->argCount; ++i)
-        printf("  argument %d: %s\n", i, msg->args[i].value);
+        return;
+    if (msg->index < 0) {
+        printf("%s: %s\n", msg->index == -2 ? "comment" : "text", line);
+    } else {
+        printf("message %d of %s, %s:%d\n",
+               msg->index, msg->producer, msg->file, msg->line);
+        for (int32_t i = 0; i < msg->argCount; ++i)
+            printf("  argument %d: %s\n", i, msg->args[i].value);
+    }
     freeLogMsg(msg);
 }
 /* end */

@@ -11,11 +11,12 @@ static int32_t lines;
 static int32_t trace;
 
 static void show(OptionEntry *entry, char *name, char *value) {
-    printf("%s: %s\n", name, value == NULL ? entry->defaultValue : value);
+    printf("%s: %s\n", name, value ? value : entry->defaultValue);
 }
 
 static void settle(const char *program) {
-    char LINES[] = "LINES", NUMBER[] = "NUMBER", TRACE[] = "TRACE", PROMPT[] = "PROMPT";
+    char NUMBER[] = "NUMBER", LINES[] = "LINES";
+    char TRACE[] = "TRACE", PROMPT[] = "PROMPT";
     char four[] = "4", on[] = "ON", hello[] = "hello";
     OptionEntry table[] = {{NUMBER, NULL, optStr, &number},
                            {LINES, four, optInteger, &lines},

@@ -9,12 +9,13 @@
 /* shown in clock(3x) */
 static volatile sig_atomic_t warned;
 
-/* Runs in the handler of SIGALRM: it sets a flag, writes, and no more. */
+/* Runs in the handler of SIGALRM: sets a flag, writes, no more. */
 static void *warn(intptr_t call, uint32_t id) {
     static const char TEXT[] = "call 7 takes long\n";
 
     (void)id;
-    warned = call == 7 && write(STDOUT_FILENO, TEXT, sizeof TEXT - 1) > 0;
+    if (call == 7)
+        warned = write(STDOUT_FILENO, TEXT, sizeof TEXT - 1) > 0;
     return NULL;
 }
 
@@ -33,7 +34,7 @@ static void guardCalls(void) {
         puts("the warning of call 8 is cancelled");
 }
 
-/* No callout runs while the clock is held; the time that passes is charged to them all the same. */
+/* No callout runs meanwhile; the time counts for them all the same. */
 static void changeWithoutCallouts(void (*change)(void)) {
     clkHold();
     change();
