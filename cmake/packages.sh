@@ -29,7 +29,7 @@ need() {
 
 BUILD_PACKAGES=(cmake ninja-build g++ g++-multilib libcli11-dev libtomlplusplus-dev)
 ABI_PACKAGES=("${BUILD_PACKAGES[@]}" abigail-tools)
-CHECK_PACKAGES=("${ABI_PACKAGES[@]}" googletest clang clang-format python3 binutils pkg-config valgrind)
+CHECK_PACKAGES=("${ABI_PACKAGES[@]}" googletest clang clang-format python3 binutils pkg-config valgrind mandoc)
 FUZZ_PACKAGES=("${BUILD_PACKAGES[@]}" clang libclang-rt-14-dev)
 PACKAGE_PACKAGES=("${BUILD_PACKAGES[@]}" binutils dpkg-dev lintian pkg-config)
 BENCH_PACKAGES=("${BUILD_PACKAGES[@]}" pkg-config python3 libbenchmark-dev libspdlog-dev libfmt-dev libglib2.0-dev libbsd-dev

@@ -4,9 +4,9 @@
 #include "logCALL.h" /* the catalogue's messages, made by qncatalog */
 #include "logLINE.h"
 
-#include <errno.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <unistd.h>
 
 /* shown in logClient(3) */
 #define HERE "logging.c", __LINE__
@@ -18,7 +18,7 @@ static void logOneCall(unsigned call) {
     /* To standard error alone, whatever the shared table says. */
     logEvent(LINE_DOWN, 2, 3, HERE, 4, "no carrier");
 
-    if (fopen("voice/prompts", "r") == NULL)
+    if (access("voice/prompts", R_OK) != 0)
         logSysError(HERE, "opening %s", "voice/prompts");
 
     logMsg(CALL_END, HERE, call, "answered", 42L);

@@ -7,7 +7,7 @@
 
 /* shown in regularExp(3) */
 /* ([a-z]+)=([0-9]*), anywhere in the subject */
-#define LETTER 4, MATCH_RANGE, 'a', 'z' /* a class: its length, a range */
+#define LETTER 4, MATCH_RANGE, 'a', 'z' /* a class: length, a range */
 #define DIGIT 4, MATCH_RANGE, '0', '9'
 static const char ASSIGNMENT[] = {
     MATCH_OPEN, 0,                              // group 0
