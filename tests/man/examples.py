@@ -1,7 +1,8 @@
 """The code that a page shows is the example's own: the part that the example's source marks for that page, literally.
 
 A part begins behind a line "/* shown in PAGE(3) */" and ends before the line "/* end */". The page has it between .Bd
-and .Ed, behind a comment that names the source. --update writes the parts into the pages.
+and .Ed, behind a comment that names the source. --update writes the parts into the pages. An example that has a part is
+under 80 lines long.
 
 usage: examples.py [--update] SOURCE-TREE
 """
@@ -53,6 +54,7 @@ def main():
     update = sys.argv[1] == "--update"
     tree = sys.argv[1 + update]
     found, faults = parts(tree), []
+    sizes = {source: text_of(tree, source).count("\n") for _, source in found}
     for name, path in pages(tree).items():
         text = text_of(tree, path)
         if update:
@@ -63,6 +65,7 @@ def main():
             faults.append(f"{name}: shows no example")
         faults += check_page(name, text, found)
     faults += [f"{source}: no page {name} shows its part" for name, source in found]
+    faults += [f"{source}: {lines} lines" for source, lines in sizes.items() if lines >= 80]
     print("\n".join(faults) if faults else "each page shows its example as it is")
     return 1 if faults else 0
 
