@@ -12,7 +12,7 @@ from page import macro, pages, section, text_of
 
 def tokens(declaration):
     """The declaration in one spelling: no attribute, single blanks, none where C needs none."""
-    declaration = re.sub(r"__attribute__\s*\(\(.*?\)\)|\bQN_API\b|\b__extension__\b|\bstd::", "", declaration)
+    declaration = re.sub(r"__attribute__\s*\(\(.*?\)\)|\bQN_API\b|\b__extension__\b", "", declaration)
     return " ".join(re.findall(r"\w+|\.\.\.|[^\w\s]", declaration))
 
 
