@@ -90,4 +90,4 @@ foreach(section 1 3 5 8)
 endforeach()
 install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
 install(DIRECTORY docs examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development
-        PATTERN CMakeLists.txt EXCLUDE)
+        PATTERN CMakeLists.txt EXCLUDE PATTERN .clang-format EXCLUDE)
