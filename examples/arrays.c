@@ -1,5 +1,5 @@
 /* An array whose elements lie one after another, and one of texts, each with a size of its own. */
-#include <buffers/arrays.h>
+#include <quarnel/buffers/arrays.h>
 
 #include <stdio.h>
 #include <stdlib.h>

@@ -1,8 +1,8 @@
 /* Copies of texts, keywords, queues and values of a thread's own. */
-#include <core/exactMatch.h>
-#include <core/list.h>
-#include <core/mkcopy.h>
-#include <core/staticObj.h>
+#include <quarnel/core/exactMatch.h>
+#include <quarnel/core/list.h>
+#include <quarnel/core/mkcopy.h>
+#include <quarnel/core/staticObj.h>
 
 #include <pthread.h>
 #include <stdio.h>

@@ -1,8 +1,8 @@
 /* Text buffers: appending, inserting, formatting, and showing control characters. */
-#include <buffers/charBuffer.h>
-#include <buffers/clearCopy.h>
-#include <buffers/fmtCharBuf.h>
-#include <core/mkcopy.h>
+#include <quarnel/buffers/charBuffer.h>
+#include <quarnel/buffers/clearCopy.h>
+#include <quarnel/buffers/fmtCharBuf.h>
+#include <quarnel/core/mkcopy.h>
 
 #include <stdio.h>
 #include <stdlib.h>

@@ -1,11 +1,11 @@
 /* What the catalogue of the log root knows of messages: symbols, classes, fields and formats. */
-#include <buffers/clearCopy.h>
-#include <core/mkcopy.h>
-#include <log/dataDict.h>
-#include <log/log.h>
-#include <log/logFields.h>
-#include <log/logStartCl.h>
-#include <log/logSyms.h>
+#include <quarnel/buffers/clearCopy.h>
+#include <quarnel/core/mkcopy.h>
+#include <quarnel/log/dataDict.h>
+#include <quarnel/log/log.h>
+#include <quarnel/log/logFields.h>
+#include <quarnel/log/logStartCl.h>
+#include <quarnel/log/logSyms.h>
 #include <stdio.h>
 #include <stdlib.h>
 

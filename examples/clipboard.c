@@ -1,5 +1,5 @@
 /* A counter that processes share, in a clipboard. */
-#include <clipboard/clipboard.h>
+#include <quarnel/clipboard/clipboard.h>
 
 #include <stdio.h>
 #include <stdlib.h>

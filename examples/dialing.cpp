@@ -1,6 +1,6 @@
 /* One outgoing call: dial tone, the number, a pause. The line does what its script says. */
-#include <dialer/dialer.h>
-#include <platform/lineScript.h>
+#include <quarnel/dialer/dialer.h>
+#include <quarnel/platform/lineScript.h>
 
 #include <cstdio>
 #include <cstdlib>

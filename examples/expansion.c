@@ -1,5 +1,5 @@
 /* Expands a record into text: in the format wanted, with long lines wrapped. */
-#include <log/expandLog.h>
+#include <quarnel/log/expandLog.h>
 
 #include <stdio.h>
 #include <stdlib.h>

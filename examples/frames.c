@@ -1,5 +1,5 @@
 /* Frames through a FIFO: two frames, bytes that are none, and how they show. */
-#include <core/ipcComm.h>
+#include <quarnel/core/ipcComm.h>
 
 #include <fcntl.h>
 #include <stdio.h>

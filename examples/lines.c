@@ -1,7 +1,7 @@
 /* Logical lines of a file, and their words. */
-#include <buffers/arrays.h>
-#include <options/parseln.h>
-#include <options/readInfo.h>
+#include <quarnel/buffers/arrays.h>
+#include <quarnel/options/parseln.h>
+#include <quarnel/options/readInfo.h>
 
 #include <stdio.h>
 #include <stdlib.h>

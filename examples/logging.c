@@ -1,5 +1,5 @@
 /* Logs a call. The daemon that reads the log root's pipe writes the records to its file. */
-#include <log/log.h>
+#include <quarnel/log/log.h>
 
 #include "logCALL.h" /* the catalogue's messages, made by qncatalog */
 #include "logLINE.h"

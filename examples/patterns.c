@@ -1,6 +1,6 @@
 /* A compiled pattern, and what it captures. */
-#include <regex/match.h>
-#include <regex/regularExp.h>
+#include <quarnel/regex/match.h>
+#include <quarnel/regex/regularExp.h>
 
 #include <stdio.h>
 #include <stdlib.h>

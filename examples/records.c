@@ -1,6 +1,6 @@
 /* Takes records apart, changes one, and fills a template from it. */
-#include <log/logMsg.h>
-#include <log/synLogFlds.h>
+#include <quarnel/log/logMsg.h>
+#include <quarnel/log/synLogFlds.h>
 
 #include <stdio.h>
 #include <stdlib.h>

@@ -1,6 +1,6 @@
 /* A program's settings: a table of options, and a file that says otherwise. */
-#include <core/mkcopy.h>
-#include <options/options.h>
+#include <quarnel/core/mkcopy.h>
+#include <quarnel/options/options.h>
 
 #include <stdio.h>
 #include <stdlib.h>

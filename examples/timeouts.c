@@ -1,5 +1,5 @@
 /* Several timeouts on the process's one alarm. */
-#include <clock/clock.h>
+#include <quarnel/clock/clock.h>
 
 #include <signal.h>
 #include <stdio.h>

@@ -40,7 +40,7 @@ def files_below(folder):
 def of_the_tree(folder, below):
     """Where the files of a folder of the tree come to lie."""
     return [os.path.join(below, name) for name in files_below(os.path.join(TREE, folder))
-            if os.path.basename(name) != "CMakeLists.txt"]
+            if os.path.basename(name) not in ("CMakeLists.txt", ".clang-format")]
 
 
 def layout():

@@ -57,7 +57,7 @@ def synopsis(lines):
     header, result, parameters, function = None, "", None, None
     for words in filter(None, map(macro, lines)):
         if words[0] == "In":
-            header = words[1]
+            header = words[1].removeprefix("quarnel/") # as it lies in the tree
         elif words[0] == "Vt":
             yield header, tokens(" ".join(words[1:]).rstrip(";"))
         elif words[0] == "Ft":
