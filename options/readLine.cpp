@@ -5,6 +5,7 @@
 #include <stddef.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/single_threaded.h>
 
 static_assert(sizeof(void *) != 4 ||
               (offsetof(ReadInfo, inlineCnt) == 0 && offsetof(ReadInfo, virtLineCnt) == 4 &&
@@ -45,11 +46,56 @@ static bool growBuffer(ReadInfo *state, uint32_t length) {
     return true;
 }
 
-static bool storeByte(ReadInfo *state, uint32_t length, int byte) {
-    if (length >= state->capacity && !growBuffer(state, length))
-        return false;
-    state->buffer[length] = static_cast<char>(byte);
-    return true;
+// Stores the bytes; returns how many there was room for.
+static size_t storeBytes(ReadInfo *state, uint32_t length, const char *bytes, size_t count) {
+    size_t stored = 0;
+    while (stored < count && (length < state->capacity || growBuffer(state, length))) {
+        const size_t room = state->capacity - length;
+        const size_t part = count - stored < room ? count - stored : room;
+        memcpy(state->buffer + length, bytes + stored, part);
+        length += static_cast<uint32_t>(part);
+        stored += part;
+    }
+    return stored;
+}
+
+/* ---- the stream ---- */
+
+// The stream is locked once for a line, not for each byte. As in getc, nobody is there to be kept
+// out of it before the process has a second thread.
+struct StreamGuard {
+    explicit StreamGuard(FILE *stream) : locked(__libc_single_threaded != 0 ? nullptr : stream) {
+        if (locked != nullptr)
+            flockfile(locked);
+    }
+    ~StreamGuard() {
+        if (locked != nullptr)
+            funlockfile(locked);
+    }
+    StreamGuard(const StreamGuard &) = delete;
+    StreamGuard &operator=(const StreamGuard &) = delete;
+
+    FILE *locked;
+};
+
+// How many bytes the stream has at hand, from its _IO_read_ptr on. The two fields are part of
+// libc's binary interface: getc_unlocked is compiled into its callers and takes its bytes there.
+static size_t bytesAtHand(const FILE *stream) {
+    const ptrdiff_t count = stream->_IO_read_end - stream->_IO_read_ptr;
+    return count > 0 ? static_cast<size_t>(count) : 0;
+}
+
+// Sees to it that bytes are at hand; false at the end of the input. A caught signal interrupts a
+// read; what was read before it is still there, and more may come.
+static bool bringBytes(FILE *stream) {
+    if (bytesAtHand(stream) != 0)
+        return true;
+    int byte;
+    while ((byte = getc(stream)) == EOF && ferror(stream) != 0 && errno == EINTR)
+        clearerr(stream);
+    if (byte != EOF)
+        ungetc(byte, stream); // back to where it was just taken from: there is room
+    return byte != EOF;
 }
 
 /* ---- one logical line ---- */
@@ -61,7 +107,7 @@ struct LineState {
 };
 static constexpr int NO_BYTE = 0;
 
-static bool isQuote(int byte) {
+static constexpr bool isQuote(int byte) {
     return byte == '"' || byte == '\'' || byte == '`';
 }
 
@@ -88,37 +134,98 @@ static LineEvent advance(LineState *state, int byte, Joining joining) {
     return state->quote == NO_BYTE ? LINE_ENDED : LINE_GOES_ON;
 }
 
-// A caught signal interrupts a read; what was read before it is still there, and more may come.
-static int nextByte(FILE *stream) {
-    int byte;
-    while ((byte = getc(stream)) == EOF && ferror(stream) != 0 && errno == EINTR)
-        clearerr(stream);
-    return byte;
+struct MarkTable {
+    constexpr MarkTable() {
+        for (int byte = 0; byte < 256; ++byte)
+            isMark[byte] = byte == '\n' || byte == '\\' || isQuote(byte);
+    }
+
+    bool isMark[256] = {};
+};
+static constexpr MarkTable MARKS;
+
+static int isMark(char byte) {
+    return MARKS.isMark[static_cast<unsigned char>(byte)];
 }
 
-// The buffer is not touched until there is a first byte: at the end of input the line returned last
-// stays readable.
-char *readLogicalLine(ReadInfo *state, FILE *stream, Joining joining) {
-    LineState line = {'\n', NO_BYTE};
-    LineEvent event = LINE_GOES_ON;
-    uint32_t length = 0;
-    bool any = false;
-    for (int byte; event != LINE_ENDED && (byte = nextByte(stream)) != EOF; any = true) {
-        if (line.previous == '\n')
-            ++state->inlineCnt;
-        if (!storeByte(state, length++, byte))
-            return nullptr;
-        event = advance(&line, byte, joining);
-        if (event == LINE_JOINED && (state->modes & READ_KEEP_JOINT) == 0)
-            length -= 2; // the backslash and the newline
-    }
-    if (!any)
-        return nullptr;
+// How many bytes there are up to the first mark, and with it. Four at a time: one branch for each
+// byte costs more than all else that is done for a line.
+static size_t lengthToMark(const char *bytes, size_t count) {
+    size_t length = 0;
+    while (length + 4 <= count && (isMark(bytes[length]) | isMark(bytes[length + 1]) |
+                                   isMark(bytes[length + 2]) | isMark(bytes[length + 3])) == 0)
+        length += 4;
+    while (length < count)
+        if (isMark(bytes[length++]) != 0)
+            break;
+    return length;
+}
+
+static size_t lengthToNewline(const char *bytes, size_t count) {
+    const void *newline = memchr(bytes, '\n', count);
+    return newline == nullptr ? count
+                              : static_cast<size_t>(static_cast<const char *>(newline) - bytes) + 1;
+}
+
+// How many bytes there are up to the first that says something about the line, and with it: the
+// others would pass through advance() without a trace.
+static size_t pieceLength(const char *bytes, size_t count, Joining joining) {
+    return joining == JOIN_NOTHING ? lengthToNewline(bytes, count) : lengthToMark(bytes, count);
+}
+
+static char *endLine(ReadInfo *state, uint32_t length, LineEvent event) {
     if (event == LINE_ENDED && (state->modes & READ_DROP_NEWLINE) != 0)
         --length;
     state->buffer[length] = '\0';
     ++state->virtLineCnt;
     return state->buffer;
+}
+
+// Nearly every line: all of it at hand, with room for it, and nothing to join. Null for any other,
+// with nothing done.
+static char *takeWholeLine(ReadInfo *state, FILE *stream, Joining joining) {
+    const char *bytes = stream->_IO_read_ptr;
+    const size_t atHand = bytesAtHand(stream);
+    const size_t count = atHand < state->capacity ? atHand : state->capacity;
+    const size_t length = count == 0 ? 0 : pieceLength(bytes, count, joining);
+    if (length == 0 || bytes[length - 1] != '\n')
+        return nullptr;
+    memcpy(state->buffer, bytes, length);
+    stream->_IO_read_ptr += length;
+    ++state->inlineCnt;
+    return endLine(state, static_cast<uint32_t>(length), LINE_ENDED);
+}
+
+// The buffer is not touched until there is a first byte: at the end of input the line returned last
+// stays readable.
+static char *takePieces(ReadInfo *state, FILE *stream, Joining joining) {
+    LineState line = {'\n', NO_BYTE};
+    LineEvent event = LINE_GOES_ON;
+    uint32_t length = 0;
+    bool any = false;
+    for (; event != LINE_ENDED && bringBytes(stream); any = true) {
+        if (line.previous == '\n')
+            ++state->inlineCnt;
+        const char *bytes = stream->_IO_read_ptr;
+        const size_t count = pieceLength(bytes, bytesAtHand(stream), joining);
+        const size_t stored = storeBytes(state, length, bytes, count);
+        stream->_IO_read_ptr += stored < count ? stored + 1 : count;
+        if (stored < count)
+            return nullptr;
+        length += static_cast<uint32_t>(count);
+        if (count > 1)
+            line.previous = static_cast<unsigned char>(bytes[count - 2]);
+        event = advance(&line, static_cast<unsigned char>(bytes[count - 1]), joining);
+        if (event == LINE_JOINED && (state->modes & READ_KEEP_JOINT) == 0)
+            length -= 2; // the backslash and the newline
+    }
+    return any ? endLine(state, length, event) : nullptr;
+}
+
+char *readLogicalLine(ReadInfo *state, FILE *stream, Joining joining) {
+    const StreamGuard guard(stream);
+    char *line = takeWholeLine(state, stream, joining);
+    return line != nullptr ? line : takePieces(state, stream, joining);
 }
 
 /* ---- the process's reader, under the lock ---- */

@@ -70,12 +70,15 @@ const std::map<std::string, std::vector<const char *>> NOT_FAULTED = {
     {"fails for a bad argument alone, which the library does not give",
      {"kill", "pthread_kill", "pthread_mutex_lock", "pthread_mutex_trylock", "pthread_mutex_unlock",
       "pthread_sigmask", "sighold", "signal", "sigpause", "sigpending", "sigrelse", "sigset"}},
+    {"locks a stream that is open", {"flockfile", "funlockfile"}},
+    {"gives a stream the byte back that it has just given", {"ungetc"}},
     {"ends the process", {"abort", "__stack_chk_fail"}},
     {"is the platform's, which tests/dialer plays",
      {"vxCancelTimer", "vxDial", "vxStartTimer", "vxWCheck", "ensureUnique", "event_trace"}},
     {"belongs to the compiler",
      {"_ITM_deregisterTMCloneTable", "_ITM_registerTMCloneTable", "__cxa_finalize",
-      "__errno_location", "__gmon_start__", "___tls_get_addr", "__tls_get_addr", "stderr"}},
+      "__errno_location", "__gmon_start__", "___tls_get_addr", "__tls_get_addr"}},
+    {"is a variable of libc's", {"stderr", "__libc_single_threaded"}},
 };
 
 bool isSanitizers(const std::string &name) {

@@ -30,6 +30,7 @@ void readWith(Attempt &attempt, char *(*reader)(FILE *), const std::string &text
     const FreshReader fresh;
     const TempDir dir;
     FILE *file = fopen(dir.write("lines", text).c_str(), "r");
+    setvbuf(file, nullptr, _IONBF, 0); // each byte is read, so that each read can fail
     const std::string line = attempt.under([&] { return shown(reader(file)); });
     const bool isCut = attempt.faulted() && attempt.at("getc") && attempt.effect() != EINTR;
     if (attempt.faulted() && attempt.isMemory()) {
@@ -107,6 +108,7 @@ void readsFile(Attempt &attempt) {
 void readsStream(Attempt &attempt) {
     readAll(attempt, [](const char *path) {
         FILE *file = fopen(path, "r");
+        setvbuf(file, nullptr, _IONBF, 0);
         const uint32_t array = readFpIntoArray(file, 0, 0);
         fclose(file);
         return array;
