@@ -170,6 +170,35 @@ static char *cutName(char *text) {
     return hasSign ? skipBlanks(sign + 1) : nullptr;
 }
 
+// A statement cut out of a text, in which its name is terminated, and its value by endValue().
+struct Statement {
+    char *name;
+    char *value; // null: nothing follows the "="
+    char *valueEnd;
+    char *rest; // from the character that ended the value, which endValue() may overwrite
+};
+
+static void endValue(const Statement &statement) {
+    if (statement.value != nullptr)
+        *statement.valueEnd = '\0';
+}
+
+// Cuts the statement out at the text's start. False for none; its name may be one all the same.
+static bool cutStatement(char *text, Statement *statement) {
+    *statement = {};
+    if (!startsName(*text))
+        return false;
+    statement->name = text;
+    char *value = cutName(text);
+    if (value == nullptr)
+        return false;
+    if (*value != '\0') {
+        statement->value = value;
+        statement->rest = collectValue(value, &statement->valueEnd);
+    }
+    return true;
+}
+
 // Exhausted memory, for parseXeqY: no assignment, but told apart from a text that is none.
 static int noMemory() {
     errno = ENOMEM;
@@ -193,20 +222,16 @@ int parseXeqY(intptr_t, intptr_t, const char *line, char **name, char **value, c
     CharBuffer *restBuffer = text == nullptr ? nullptr : emptiedRestBuffer();
     if (restBuffer == nullptr)
         return noMemory();
-    if (!startsName(*text))
-        return 0;
-    *name = text;
-    text = cutName(text);
-    if (text == nullptr || *text == '\0')
-        return text == nullptr ? 0 : 1;
-    char *valueEnd;
-    const char *end = collectValue(text, &valueEnd);
-    // The value may end just where the rest begins: the rest is taken before the value is
-    // terminated.
-    if (rest != nullptr && *end != '\0' && (*rest = putStrCharBuffer(restBuffer, end)) == nullptr)
+    Statement statement;
+    const bool isAssignment = cutStatement(text, &statement);
+    *name = statement.name;
+    if (!isAssignment || statement.value == nullptr)
+        return isAssignment ? 1 : 0;
+    if (rest != nullptr && *statement.rest != '\0' &&
+        (*rest = putStrCharBuffer(restBuffer, statement.rest)) == nullptr)
         return noMemory();
-    *valueEnd = '\0';
-    *value = text;
+    endValue(statement);
+    *value = statement.value;
     return 1;
 }
 
@@ -215,8 +240,8 @@ int parseXeqY(intptr_t, intptr_t, const char *line, char **name, char **value, c
 // Where an expansion stands: what is still to read, and what was written.
 struct Expansion {
     char *from;
-    CharBuffer *out;
-    bool isWhole; // false once memory was exhausted: a piece is missing
+    CharBuffer out; // of its own: making one with mkCharBuffer costs as much as a short text
+    bool isWhole;   // false once memory was exhausted: a piece is missing
 };
 
 // Makes the next growth one of at least so many bytes, and at least a doubling: steps of one fixed
@@ -230,27 +255,30 @@ static void prepareGrowth(CharBuffer *buffer, size_t bytes) {
     buffer->increment = static_cast<uint32_t>(step);
 }
 
-// Appends the character; false when memory is exhausted. The result of fputCharBuffer does not tell
-// a byte of 0xFF from failure.
-static bool putChar(CharBuffer *buffer, char ch) {
-    if (buffer->next >= buffer->limit)
-        prepareGrowth(buffer, 0);
-    const ptrdiff_t length = buffer->next - buffer->text;
-    fputCharBuffer(buffer, ch);
-    return buffer->next - buffer->text != length;
+// Appends the characters; false when memory is exhausted.
+static bool putSpan(CharBuffer *buffer, const char *text, size_t length) {
+    while (static_cast<size_t>(buffer->limit - buffer->next) < length) {
+        prepareGrowth(buffer, length + 1);
+        if (expandCharBuffer(buffer) == nullptr)
+            return false;
+    }
+    memcpy(buffer->next, text, length);
+    buffer->next += length;
+    return true;
+}
+
+static void put(Expansion &expansion, const char *text, size_t length) {
+    if (!putSpan(&expansion.out, text, length))
+        expansion.isWhole = false;
 }
 
 static void put(Expansion &expansion, char ch) {
-    if (!putChar(expansion.out, ch))
-        expansion.isWhole = false;
+    put(expansion, &ch, 1);
 }
 
 static void put(Expansion &expansion, const char *text) {
-    if (text == nullptr)
-        return;
-    prepareGrowth(expansion.out, strlen(text) + 1);
-    if (putStrCharBuffer(expansion.out, text) == nullptr)
-        expansion.isWhole = false;
+    if (text != nullptr && *text != '\0')
+        put(expansion, text, strlen(text));
 }
 
 static const char *getenvSpan(Expansion &expansion, const char *name, size_t length) {
@@ -325,7 +353,8 @@ static bool collectOutput(FILE *stream, CharBuffer *output) {
     for (;;) {
         const int ch = getc(stream);
         if (ch != EOF) {
-            if (!putChar(output, static_cast<char>(ch)))
+            const char byte = static_cast<char>(ch);
+            if (!putSpan(output, &byte, 1))
                 return false;
         } else if (ferror(stream) != 0 && errno == EINTR) {
             clearerr(stream); // a caught signal: the command goes on
@@ -426,6 +455,21 @@ static void squeezeBlanks(Expansion &expansion) {
         put(expansion, ' ');
 }
 
+// The characters that expandStep() copies in every state, so that a run of them needs no steps.
+// Those beyond ASCII are left to it: which of them are blanks is the locale's to say.
+static bool isPlain(char ch) {
+    return ch > ' ' && ch < 0x7F && ch != '\\' && ch != '$' && ch != '`' && ch != '~' &&
+           ch != '\'' && ch != '"';
+}
+
+static void copyRun(Expansion &expansion) {
+    const char *start = expansion.from;
+    while (isPlain(*expansion.from))
+        ++expansion.from;
+    if (expansion.from != start)
+        put(expansion, start, static_cast<size_t>(expansion.from - start));
+}
+
 static void copyOne(Expansion &expansion) {
     put(expansion, *expansion.from++);
 }
@@ -465,17 +509,16 @@ static bool expandStep(Expansion &expansion, char &quote) {
 char *shellVariable(char *text) {
     if (text == nullptr)
         return nullptr;
-    Expansion expansion = {text, mkCharBuffer(TEXT_INCREMENT), true};
-    if (expansion.out == nullptr)
-        return nullptr;
+    Expansion expansion = {text, {nullptr, nullptr, nullptr, 0, TEXT_INCREMENT}, true};
     char quote = '\0';
-    while (expansion.isWhole && *expansion.from != '\0' && expandStep(expansion, quote)) {
-    }
-    if (!expansion.isWhole || putStrCharBuffer(expansion.out, nullptr) == nullptr) {
-        freeCharBuffer(expansion.out);
-        return nullptr;
-    }
-    return detachCharBuffer(expansion.out);
+    do
+        copyRun(expansion);
+    while (expansion.isWhole && *expansion.from != '\0' && expandStep(expansion, quote));
+    put(expansion, '\0');
+    if (expansion.isWhole)
+        return expansion.out.text;
+    freecopy(expansion.out.text);
+    return nullptr;
 }
 
 char *quotedShCmd(char *text, char **result) {
@@ -540,43 +583,45 @@ static void applyDefaultOption(char *name, char *value) {
     freeEntry(entry);
 }
 
-// The name, too, is a copy: a handler that parses replaces the thread's working texts.
-static void applyStatement(OptionEntry *table, const char *parsedName, char *parsedValue) {
-    const OwnedText name = {mkcopy(parsedName)};
-    const bool hasText = parsedValue != nullptr && *parsedValue != '\0';
-    const OwnedText value = {hasText ? shellVariable(parsedValue) : mkcopy(parsedValue)};
-    // Without memory: dropped, since no value would stand for the default.
-    if (name.text == nullptr || (parsedValue != nullptr && value.text == nullptr))
-        return;
-    OptionEntry *row = findRow(table, name.text);
+static void applyStatement(OptionEntry *table, const Statement &statement) {
+    OwnedText expanded = {nullptr};
+    char *value = statement.value;
+    if (value != nullptr && *value != '\0') {
+        value = expanded.text = shellVariable(value);
+        if (value == nullptr)
+            return; // without memory: dropped, since no value would stand for the default
+    }
+    OptionEntry *row = findRow(table, statement.name);
     if (row != nullptr)
-        apply(row, name.text, value.text);
+        apply(row, statement.name, value);
     else
-        applyDefaultOption(name.text, value.text);
+        applyDefaultOption(statement.name, value);
 }
 
-// The next statement in what parseXeqY left of a line, or null.
-static const char *nextStatement(char *rest) {
+// The text from its first character on, where a statement may begin; null where none can.
+static char *statementAt(char *text) {
+    text = skipBlanks(text);
+    return *text == '\0' || *text == '#' ? nullptr : text;
+}
+
+// The next statement in what one left of a line, or null.
+static char *nextStatement(char *rest) {
     if (rest == nullptr)
         return nullptr;
     rest = skipBlanks(rest);
-    if (*rest != ';')
-        return nullptr;
-    rest = skipBlanks(rest + 1);
-    return *rest == '\0' || *rest == '#' ? nullptr : rest;
+    return *rest == ';' ? statementAt(rest + 1) : nullptr;
 }
 
+// What parseXeqY finds, one statement after the other, but cut out of a copy of its own: a handler
+// that parses replaces the thread's working texts.
 static void processLine(const char *line, OptionEntry *table) {
-    OwnedText current = {nullptr};
-    while (line != nullptr) {
-        char *name, *value, *rest;
-        if (parseXeqY(0, 0, line, &name, &value, &rest) == 0)
-            return;
-        char *following = mkcopy(nextStatement(rest));
-        applyStatement(table, name, value);
-        freecopy(current.text);
-        current.text = following;
-        line = following;
+    const OwnedText copy = {mkcopy(line)};
+    char *text = copy.text == nullptr ? nullptr : statementAt(copy.text);
+    Statement statement;
+    while (text != nullptr && cutStatement(text, &statement)) {
+        text = nextStatement(statement.rest);
+        endValue(statement);
+        applyStatement(table, statement);
     }
 }
 

@@ -11,10 +11,10 @@
    is left. So quotes peel twice: what shall reach the second pass quoted must be quoted twice.
 
    Nothing is reported: unreadable files, malformed statements, values that do not convert and
-   statements for which memory is exhausted are passed over. Statement parsing keeps its working
-   texts per thread; the default option, the primary file's path and the look into the password
-   database have a mutex each. No lock is held while a handler or a command runs. Handlers may
-   parse, replace the default option and process further files.
+   statements for which memory is exhausted are passed over. parseXeqY keeps its working texts per
+   thread; the default option, the primary file's path and the look into the password database have
+   a mutex each. No lock is held while a handler or a command runs. Handlers may parse, replace the
+   default option and process further files.
 
    Any thread may call any function here, but for two things that are the application's to exclude.
    The environment is the process's: setting it (setEnvVar, optEnv, "${NAME:=word}", a row without a

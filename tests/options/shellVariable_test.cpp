@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <pthread.h>
 #include <pwd.h>
+#include <random>
 #include <string>
 #include <thread>
 #include <sys/resource.h>
@@ -46,6 +47,7 @@ constexpr Case CASES[] = {
     {"{a}", "{a}"},
     {"a:b", "a:b"},
     {"\xC3\xA9\xFF", "\xC3\xA9\xFF"},
+    {"a\x7F\x1F", "a\x7F\x1F"},
     // blanks outside quotes
     {"a b", "a b"},
     {"a   b", "a b"},
@@ -224,6 +226,45 @@ TEST(ShellVariable, everyRuleInEveryQuoteState) {
         for (const Case &row : CASES)
             EXPECT_EQ(expand(row.input), row.expected) << "input: " << row.input;
     });
+}
+
+// A backslash before a character takes it out of the run that is copied in one piece: the same text
+// with one before each has to give the same, in whatever quotes.
+TEST(ShellVariable, runOfPlainCharactersIsCopiedAsEachOfThemEscaped) {
+    setenv("QN_SET", "two  words", 1);
+    static constexpr const char *PIECES[] = {"'",
+                                             "\"",
+                                             " ",
+                                             "  \t",
+                                             "\\\\",
+                                             "\\'",
+                                             "\\ ",
+                                             "$%",
+                                             "~.",
+                                             "${QN_SET}",
+                                             "${QN_NONE:-'a  b'}",
+                                             "\n",
+                                             "\xC3\xA0",
+                                             "\x01"};
+    std::mt19937 random(20260102);
+    for (int round = 0; round < 2000; ++round) {
+        std::string text, escaped;
+        for (auto parts = random() % 12; parts > 0; --parts) {
+            if (random() % 2 == 0) {
+                const char *piece = PIECES[random() % std::size(PIECES)];
+                text += piece;
+                escaped += piece;
+                continue;
+            }
+            for (auto length = random() % (random() % 20 == 0 ? 300 : 9); length > 0; --length) {
+                const char plain = "abz019.,:;=#%&|<>()[]{}*?!@^+-_/"[random() % 32];
+                text += plain;
+                escaped += {'\\', plain};
+            }
+        }
+        ASSERT_EQ(expand(text), expand(escaped)) << text;
+    }
+    unsetenv("QN_SET");
 }
 
 TEST(ShellVariable, homeDirectoryOfAKnownUser) {
