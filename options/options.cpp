@@ -558,32 +558,89 @@ static void exportOption(const OptionEntry *entry, const char *name, const char 
     setEnvVar(name, value == nullptr ? entry->defaultValue : value);
 }
 
-static void apply(OptionEntry *entry, char *name, char *value) {
-    if (entry->handler != nullptr)
-        entry->handler(entry, name, value);
-    else
-        exportOption(entry, name, value);
-}
-
-static OptionEntry *findRow(OptionEntry *table, const char *name) {
-    if (table != nullptr)
-        for (; table->name != nullptr; ++table)
-            if (strcmp(table->name, name) == 0)
-                return table;
+static OptionEntry *findFrom(OptionEntry *row, const char *name) {
+    for (; row->name != nullptr; ++row)
+        if (strcmp(row->name, name) == 0)
+            return row;
     return nullptr;
 }
 
+/* A file that sets many options searches the table as often. After some searches a byte for each
+   row, made of its name, tells nearly all rows apart without a look at their names. That holds
+   while no handler has run that may change the table: from then on every row is looked at anew. */
+struct Rows {
+    explicit Rows(OptionEntry *all) : table(all) {}
+
+    OptionEntry *table; // null: there are none
+    bool mayChange = false;
+    uint32_t searches = 0;
+    size_t marked = 0; // so many rows, from the first on, have marks
+    uint8_t marks[256];
+};
+static constexpr uint32_t SEARCHES_WITHOUT_MARKS = 8; // about what making the marks costs
+
+static uint8_t markOf(const char *name) {
+    uint32_t mark = 0;
+    for (; *name != '\0'; ++name)
+        mark = mark * 31 + static_cast<unsigned char>(*name);
+    return static_cast<uint8_t>(mark);
+}
+
+static void makeMarks(Rows &rows) {
+    for (rows.marked = 0; rows.marked < sizeof rows.marks; ++rows.marked) {
+        const char *name = rows.table[rows.marked].name;
+        if (name == nullptr)
+            return;
+        rows.marks[rows.marked] = markOf(name);
+    }
+}
+
+// The first row with that mark, from the given one on; the number of marks when there is none.
+static size_t nextMarked(const Rows &rows, size_t from, uint8_t mark) {
+    const void *found = memchr(rows.marks + from, mark, rows.marked - from);
+    return found == nullptr ? rows.marked
+                            : static_cast<size_t>(static_cast<const uint8_t *>(found) - rows.marks);
+}
+
+static OptionEntry *findRow(Rows &rows, const char *name) {
+    if (rows.table == nullptr)
+        return nullptr;
+    if (rows.mayChange || ++rows.searches <= SEARCHES_WITHOUT_MARKS)
+        return findFrom(rows.table, name);
+    if (rows.marked == 0)
+        makeMarks(rows);
+    const uint8_t mark = markOf(name);
+    for (size_t row = nextMarked(rows, 0, mark); row < rows.marked;
+         row = nextMarked(rows, row + 1, mark))
+        if (strcmp(rows.table[row].name, name) == 0)
+            return rows.table + row;
+    return findFrom(rows.table + rows.marked, name);
+}
+
+static bool keepsTheTable(OptionHandler handler) {
+    return handler == optInteger || handler == optBool || handler == optStr || handler == optEnv;
+}
+
+static void apply(Rows &rows, OptionEntry *entry, char *name, char *value) {
+    if (entry->handler == nullptr) {
+        exportOption(entry, name, value);
+        return;
+    }
+    rows.mayChange = rows.mayChange || !keepsTheTable(entry->handler);
+    entry->handler(entry, name, value);
+}
+
 // Works on a copy, since the handler may replace the default option.
-static void applyDefaultOption(char *name, char *value) {
+static void applyDefaultOption(Rows &rows, char *name, char *value) {
     pthread_mutex_lock(&defaultOptionLock);
     OptionEntry *entry = defaultOption == nullptr ? nullptr : copyEntry(defaultOption);
     pthread_mutex_unlock(&defaultOptionLock);
     if (entry != nullptr)
-        apply(entry, name, value);
+        apply(rows, entry, name, value);
     freeEntry(entry);
 }
 
-static void applyStatement(OptionEntry *table, const Statement &statement) {
+static void applyStatement(Rows &rows, const Statement &statement) {
     OwnedText expanded = {nullptr};
     char *value = statement.value;
     if (value != nullptr && *value != '\0') {
@@ -591,11 +648,11 @@ static void applyStatement(OptionEntry *table, const Statement &statement) {
         if (value == nullptr)
             return; // without memory: dropped, since no value would stand for the default
     }
-    OptionEntry *row = findRow(table, statement.name);
+    OptionEntry *row = findRow(rows, statement.name);
     if (row != nullptr)
-        apply(row, statement.name, value);
+        apply(rows, row, statement.name, value);
     else
-        applyDefaultOption(statement.name, value);
+        applyDefaultOption(rows, statement.name, value);
 }
 
 // The text from its first character on, where a statement may begin; null where none can.
@@ -614,22 +671,23 @@ static char *nextStatement(char *rest) {
 
 // What parseXeqY finds, one statement after the other, but cut out of a copy of its own: a handler
 // that parses replaces the thread's working texts.
-static void processLine(const char *line, OptionEntry *table) {
+static void processLine(const char *line, Rows &rows) {
     const OwnedText copy = {mkcopy(line)};
     char *text = copy.text == nullptr ? nullptr : statementAt(copy.text);
     Statement statement;
     while (text != nullptr && cutStatement(text, &statement)) {
         text = nextStatement(statement.rest);
         endValue(statement);
-        applyStatement(table, statement);
+        applyStatement(rows, statement);
     }
 }
 
 int processOptions(char **lines, OptionEntry *table) {
     if (lines == nullptr)
         return 0;
+    Rows rows(table);
     for (; *lines != nullptr; ++lines)
-        processLine(*lines, table);
+        processLine(*lines, rows);
     return 1;
 }
 

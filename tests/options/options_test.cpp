@@ -10,9 +10,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <random>
 #include <string>
 #include <thread>
 #include <vector>
@@ -172,6 +174,59 @@ TEST(ProcessOptions, firstRowOfANameWins) {
                            {nullptr, nullptr, nullptr, nullptr}};
     process({"A=1"}, table);
     EXPECT_EQ(calls.size(), 1U);
+}
+
+// Tables of random names, many of them twice, and files of random statements: each has to reach the
+// row that a search from the first one on finds.
+TEST(ProcessOptions, statementsOfLongFilesReachTheFirstRowOfTheirName) {
+    std::mt19937 random(20260103);
+    const auto randomName = [&](size_t kinds) {
+        return std::string(random() % 2 == 0 ? "name" : "n") + std::to_string(random() % kinds);
+    };
+    for (const size_t count : {0U, 1U, 7U, 100U, 255U, 256U, 257U, 400U})
+        for (const size_t kinds : {20U, 700U}) {
+            std::vector<std::string> names(count);
+            std::vector<int32_t> stored(count, 0), expected(count, 0);
+            std::vector<OptionEntry> table;
+            for (size_t row = 0; row < count; ++row) {
+                names[row] = randomName(kinds);
+                table.push_back({names[row].data(), nullptr, optInteger, &stored[row]});
+            }
+            table.push_back({nullptr, nullptr, nullptr, nullptr});
+            std::vector<std::string> lines;
+            for (int32_t number = 1; number <= 200; ++number) {
+                const std::string name = randomName(kinds);
+                lines.push_back(name + "=" + std::to_string(number));
+                const auto row = std::find(names.begin(), names.end(), name);
+                if (row != names.end())
+                    expected[static_cast<size_t>(row - names.begin())] = number;
+            }
+            EXPECT_EQ(process(lines, table.data()), 1);
+            EXPECT_EQ(stored, expected) << count << " rows, " << kinds << " names";
+        }
+}
+
+// A handler that gives the first row the name of the second.
+OptionEntry *rowToRename;
+
+void renameFirstRow(OptionEntry *, char *, char *) {
+    static char name[] = "SECOND";
+    rowToRename->name = name;
+}
+
+TEST(ProcessOptions, handlerMayRenameARowWhileAFileIsProcessed) {
+    char first[] = "FIRST", second[] = "SECOND", rename[] = "RENAME";
+    int32_t values[2] = {0, 0};
+    OptionEntry table[] = {{first, nullptr, optInteger, &values[0]},
+                           {second, nullptr, optInteger, &values[1]},
+                           {rename, nullptr, renameFirstRow, nullptr},
+                           {nullptr, nullptr, nullptr, nullptr}};
+    rowToRename = table;
+    std::vector<std::string> lines(20, "SECOND=1");
+    lines.insert(lines.end(), {"RENAME=", "SECOND=2", "FIRST=3"});
+    process(lines, table);
+    EXPECT_EQ(values[0], 2);
+    EXPECT_EQ(values[1], 1);
 }
 
 TEST(ProcessOptions, nullLinesAndNullTable) {
