@@ -26,6 +26,7 @@ GOALS = [
     ("shellVariable of ${HOME:-/tmp}/x", "shellVariableDefault", "wordexp", "wordexp", 0.5, "text"),
     ("processOptionsFile, 100 lines", "processOptionsFile", "GKeyFile", "GLib's key file", 1.0, "text"),
     ("processOptionsFile, 100 lines", "processOptionsFile", "confuse", "libconfuse", 1.0, "text"),
+    ("clkTimeout and clkUntimeout, 20 pending of 64", "clkTimeout", "systemCalls", "the system calls of their steps", 1.15, "clock"),
 ]
 for _name, _row in (("an identifier", "identifier"), ("the log form, captures", "logForm")):
     for _length in ("Short", "Long", "Failing"):
