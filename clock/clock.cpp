@@ -142,31 +142,45 @@ static ListItem *firstActive() {
     return activeCallouts.head == nullptr ? LIST_END : activeCallouts.head;
 }
 
-static bool isRecordOf(const Callout *table, int32_t count, const ListItem *link) {
-    const uintptr_t start = reinterpret_cast<uintptr_t>(table);
-    const uintptr_t address = reinterpret_cast<uintptr_t>(link);
-    return table != nullptr && address >= start &&
-           address - start < static_cast<uintptr_t>(count) * sizeof(Callout) &&
-           (address - start) % sizeof(Callout) == 0;
+// Where the records of a table lie. Taken once for a walk: nothing changes it meanwhile.
+struct Extent {
+    uintptr_t start;
+    uintptr_t size; // in bytes; 0: there is no table
+
+    bool holds(const ListItem *link) const {
+        // An address below the start wraps round to one far beyond the end.
+        const uintptr_t offset = reinterpret_cast<uintptr_t>(link) - start;
+        return offset < size && offset % sizeof(Callout) == 0;
+    }
+};
+
+static Extent extentOf(const Callout *table, int32_t count) {
+    return {reinterpret_cast<uintptr_t>(table),
+            table == nullptr ? 0 : static_cast<uintptr_t>(count) * sizeof(Callout)};
+}
+
+static Extent tableExtent() {
+    return extentOf(callouts, maxcallouts);
 }
 
 bool isInTable(const ListItem *link) {
-    return isRecordOf(callouts, maxcallouts, link);
+    return tableExtent().holds(link);
 }
 
-static Callout *recordAt(ListItem *link, const WalkSite &site) {
-    if (!isInTable(link))
+static Callout *recordAt(const Extent &table, ListItem *link, const WalkSite &site) {
+    if (!table.holds(link))
         clkPanic(MANGLED, site.name, site.mangledLine);
     return asCallout(link);
 }
 
 // The first record from the link on that is not due; null if there is none.
 static Callout *firstTimed(ListItem *link, const WalkSite &site) {
-    for (int32_t steps = 0; link != LIST_END; link = asCallout(link)->next) {
-        Callout *callout = recordAt(link, site);
+    const Extent table = tableExtent();
+    for (int32_t left = activeCallouts.count; link != LIST_END; link = asCallout(link)->next) {
+        Callout *callout = recordAt(table, link, site);
         if (callout->increment != 0)
             return callout;
-        if (++steps > activeCallouts.count)
+        if (--left < 0)
             clkPanic(LOOP, site.name, site.loopLine);
     }
     return nullptr;
@@ -188,7 +202,6 @@ static void deliverOverdue(SignalHandler handler) {
 }
 
 static void restoreForeignAlarm() {
-    ClockLock lock;
     const ForeignAlarm foreign = foreignAlarm;
     if (foreign.handler != clkAlarmHandler)
         releaseHandler();
@@ -228,7 +241,6 @@ static void giveBackSigalrm() {
 
 // As setAlarmHdlr; *served counts the signals up to where the alarm is stopped.
 static uint32_t takeAlarm(sig_atomic_t *served) {
-    ClockLock lock;
     if (maxcallouts < 1)
         clkinit(DEFAULT_CALLOUTS);
     // Unblocked first: a signal that was pending reaches the handler it was meant for, which may
@@ -277,11 +289,11 @@ static void freeWholeTable() {
 }
 
 // Copies the list of the old table into the new one. False if not all of it could be.
-static bool moveCallouts(const Callout *oldTable, int32_t oldCount, ListItem *link) {
+static bool moveCallouts(const Extent &oldTable, ListItem *link) {
     if (link == nullptr)
         return true;
     for (; link != LIST_END; link = asCallout(link)->next) {
-        ListItem *item = isRecordOf(oldTable, oldCount, link) ? getItem(&freeCallouts) : nullptr;
+        ListItem *item = oldTable.holds(link) ? getItem(&freeCallouts) : nullptr;
         if (item == nullptr)
             return false;
         // Kept: the ID is not copied. Who grows the table cancels by function and argument.
@@ -351,14 +363,14 @@ static Growth checkGrowth(int32_t count) {
 // With the alarm stopped and SIGALRM blocked. False: no memory, or a broken list.
 static bool growTable(int32_t count) {
     Callout *oldTable = callouts;
-    const int32_t oldCount = maxcallouts;
+    const Extent oldExtent = tableExtent();
     ListItem *oldActive = activeCallouts.head;
     callouts = static_cast<Callout *>(malloc((static_cast<size_t>(count) + 1) * sizeof(Callout)));
     if (callouts == nullptr)
         return false;
     maxcallouts = count;
     freeWholeTable();
-    const bool moved = moveCallouts(oldTable, oldCount, oldActive);
+    const bool moved = moveCallouts(oldExtent, oldActive);
     free(oldTable);
     return moved;
 }
@@ -386,7 +398,6 @@ int32_t clkinit(int32_t wanted) {
 // --- Queueing ---
 
 static void rearmTimeout() {
-    ClockLock lock;
     ListItem *link = firstActive();
     for (int32_t steps = 0; steps < maxcallouts && isInTable(link); ++steps) {
         const uint32_t increment = asCallout(link)->increment;
@@ -413,20 +424,19 @@ struct Place {
 static Place findPlace(uint32_t delay) {
     if (activeCallouts.count < 0)
         clkPanic(LOOP, QUEUE_PLACE.name, QUEUE_PLACE.loopLine);
-    Place place = {nullptr, nullptr, delay};
-    int32_t steps = 0;
-    for (ListItem *link = firstActive(); link != LIST_END; link = place.previous->next) {
-        Callout *callout = recordAt(link, QUEUE_PLACE);
-        if (callout->increment > place.delay) {
-            place.next = callout;
-            break;
-        }
-        if (++steps > activeCallouts.count)
+    const Extent table = tableExtent();
+    Callout *previous = nullptr;
+    int32_t left = activeCallouts.count;
+    for (ListItem *link = firstActive(); link != LIST_END; link = previous->next) {
+        Callout *callout = recordAt(table, link, QUEUE_PLACE);
+        if (callout->increment > delay)
+            return {previous, callout, delay};
+        if (--left < 0)
             clkPanic(LOOP, QUEUE_PLACE.name, QUEUE_PLACE.loopLine);
-        place.delay -= callout->increment;
-        place.previous = callout;
+        delay -= callout->increment;
+        previous = callout;
     }
-    return place;
+    return {previous, nullptr, delay};
 }
 
 static void linkAt(const Place &place, Callout *callout) {
@@ -450,7 +460,6 @@ static uint32_t takeId() {
 }
 
 uint32_t queueTimeout(ClkFunction function, intptr_t argument, uint32_t delay, uint32_t remaining) {
-    ClockLock lock;
     ListItem *item = getItem(&freeCallouts);
     if (item == nullptr) {
         rearmTimeout();
@@ -491,36 +500,28 @@ uint32_t clkTimeout(ClkFunction function, intptr_t argument, uint32_t seconds) {
 
 // --- Cancelling ---
 
-// What a cancel looks for, and the operation's name for the panic texts.
-struct Wanted {
-    WalkSite site;
-    uint32_t id;
-    ClkFunction function;
-    intptr_t argument;
-};
-using MatchTest = bool (*)(const Callout *callout, const Wanted &wanted);
-
 struct Match {
     Callout *previous;    // null at the head
     Callout *callout;     // null: none matched
     uint64_t secondsLeft; // to its expiry, from when the alarm was last armed
 };
 
-static Match findMatch(MatchTest matches, const Wanted &wanted) {
-    Match match = {nullptr, nullptr, 0};
-    int32_t steps = 0;
-    for (ListItem *link = firstActive(); link != LIST_END; link = match.previous->next) {
-        Callout *callout = recordAt(link, wanted.site);
-        match.secondsLeft += callout->increment;
-        if (matches(callout, wanted)) {
-            match.callout = callout;
-            break;
-        }
-        if (++steps > activeCallouts.count)
-            clkPanic(LOOP, wanted.site.name, wanted.site.loopLine);
-        match.previous = callout;
+template<typename Test>
+static Match findMatch(const Test &matches, const WalkSite &site) {
+    const Extent table = tableExtent();
+    Callout *previous = nullptr;
+    uint64_t secondsLeft = 0;
+    int32_t left = activeCallouts.count;
+    for (ListItem *link = firstActive(); link != LIST_END; link = previous->next) {
+        Callout *callout = recordAt(table, link, site);
+        secondsLeft += callout->increment;
+        if (matches(*callout))
+            return {previous, callout, secondsLeft};
+        if (--left < 0)
+            clkPanic(LOOP, site.name, site.loopLine);
+        previous = callout;
     }
-    return match;
+    return {previous, nullptr, secondsLeft};
 }
 
 static int32_t resultOf(const Match &match) {
@@ -542,7 +543,8 @@ static void adjustHold(bool matchWasFirstTimed, const Callout *successor) {
 
 static void unlinkMatch(const Match &match, const Callout *firstTimedRecord, const WalkSite &site) {
     Callout *callout = match.callout;
-    Callout *successor = callout->next == LIST_END ? nullptr : recordAt(callout->next, site);
+    Callout *successor =
+        callout->next == LIST_END ? nullptr : recordAt(tableExtent(), callout->next, site);
     if (successor == nullptr)
         activeCallouts.tail = asItem(match.previous);
     if (match.previous != nullptr)
@@ -572,7 +574,8 @@ static void resumeAfterRemoval(bool otherIsDue, const WalkSite &site) {
         giveBackSigalrm();
 }
 
-static int32_t removeTimeout(MatchTest matches, const Wanted &wanted) {
+template<typename Test>
+static int32_t removeTimeout(const Test &matches, const WalkSite &site) {
     ClockLock lock;
     if (clockIsLost())
         return -1;
@@ -587,38 +590,30 @@ static int32_t removeTimeout(MatchTest matches, const Wanted &wanted) {
         }
         return -1;
     }
-    Callout *timed = firstTimed(firstActive(), wanted.site);
+    Callout *timed = firstTimed(firstActive(), site);
     if (timed != nullptr)
         timed->increment = secondsLeft;
-    const Match match = findMatch(matches, wanted);
+    const Match match = findMatch(matches, site);
     int32_t result = -1;
     if (match.callout != nullptr) {
         result = resultOf(match);
-        unlinkMatch(match, timed, wanted.site);
+        unlinkMatch(match, timed, site);
     }
     if (!held)
-        resumeAfterRemoval(timed != nullptr && timed != match.callout && secondsLeft == 0,
-                           wanted.site);
+        resumeAfterRemoval(timed != nullptr && timed != match.callout && secondsLeft == 0, site);
     return result;
 }
 
-static bool matchesId(const Callout *callout, const Wanted &wanted) {
-    return callout->ID == wanted.id;
-}
-
-static bool matchesCall(const Callout *callout, const Wanted &wanted) {
-    return callout->function == wanted.function && callout->argument == wanted.argument;
-}
-
 int32_t clkUntimeout(uint32_t id) {
-    const Wanted wanted = {{"clkUntimeout", REMOVE_LOOP_LINE, REMOVE_MANGLED_LINE}, id, nullptr, 0};
-    return removeTimeout(matchesId, wanted);
+    const auto hasId = [id](const Callout &callout) { return callout.ID == id; };
+    return removeTimeout(hasId, {"clkUntimeout", REMOVE_LOOP_LINE, REMOVE_MANGLED_LINE});
 }
 
 int32_t clkKillTimeout(ClkFunction function, intptr_t argument) {
-    const Wanted wanted = {
-        {"clkKillTimeout", REMOVE_LOOP_LINE, REMOVE_MANGLED_LINE}, 0, function, argument};
-    return removeTimeout(matchesCall, wanted);
+    const auto isCall = [function, argument](const Callout &callout) {
+        return callout.function == function && callout.argument == argument;
+    };
+    return removeTimeout(isCall, {"clkKillTimeout", REMOVE_LOOP_LINE, REMOVE_MANGLED_LINE});
 }
 
 // --- Expiry ---
@@ -652,7 +647,7 @@ static void callWithSignal(const Callout &due) {
 
 static void runDue() {
     while (activeCallouts.head != nullptr &&
-           recordAt(activeCallouts.head, HANDLER_FIRST)->increment == 0) {
+           recordAt(tableExtent(), activeCallouts.head, HANDLER_FIRST)->increment == 0) {
         Callout *callout = asCallout(getItem(&activeCallouts));
         const Callout due = *callout;
         *callout = {};

@@ -1,5 +1,5 @@
 /* What the clock's units share. Everything here is guarded by clkAccessLock; the functions are to
-   be called with SIGALRM blocked or with a list that the handler may see. */
+   be called with the lock held, and with SIGALRM blocked or a list that the handler may see. */
 #ifndef QUARNEL_CLOCK_CLOCKSTATE_H
 #define QUARNEL_CLOCK_CLOCKSTATE_H
 
