@@ -24,15 +24,29 @@ static void releaseState(void *value) {
 
 static StaticObj threadState = {releaseState, nullptr, PTHREAD_MUTEX_INITIALIZER, 0, 0};
 
+// Set with the first state that is stored: the key exists from then on, and a thread's state is
+// found without the descriptor's guard.
+static int keyExists;
+
+static MatchState *newState() {
+    MatchState *state = static_cast<MatchState *>(calloc(1, sizeof(MatchState)));
+    if (state == nullptr || storeStaticObj(&threadState, state) != 0) {
+        free(state);
+        return nullptr;
+    }
+    __atomic_store_n(&keyExists, 1, __ATOMIC_RELEASE);
+    return state;
+}
+
+static inline MatchState *ownState() {
+    void *state = __atomic_load_n(&keyExists, __ATOMIC_ACQUIRE) != 0
+                      ? pthread_getspecific(threadState.key)
+                      : nullptr;
+    return state != nullptr ? static_cast<MatchState *>(state) : newState();
+}
+
 MatchState *initSptr(void) {
-    MatchState *state = static_cast<MatchState *>(fetchStaticObj(&threadState));
-    if (state != nullptr)
-        return state;
-    state = static_cast<MatchState *>(calloc(1, sizeof(MatchState)));
-    if (state == nullptr || storeStaticObj(&threadState, state) == 0)
-        return state;
-    free(state);
-    return nullptr;
+    return ownState();
 }
 
 static const MatchRecord *firstRecord(const MatchState *state) {
@@ -56,36 +70,38 @@ static void copyText(char *target, const MatchRecord *record) {
     target[textLength(record)] = '\0';
 }
 
-// One more than the highest group number set that is below the limit.
-static int32_t groupCount(const MatchState *state, int32_t limit) {
-    int32_t count = 0;
-    for (const MatchRecord *record = firstRecord(state); record != endOfRecords(state); ++record)
-        if (isSet(record) && record->group >= count && record->group < limit)
-            count = record->group + 1;
-    return count;
-}
+// What a block must hold.
+struct BlockShape {
+    int32_t groups;     // one more than the highest group number set
+    uint64_t textBytes; // of all records set, terminated
+};
 
-// The block's size for that many groups; 0 when it would exceed the address space.
-static size_t blockSize(const MatchState *state, int32_t count) {
-    uint64_t size = sizeof(CaptureBlock) + static_cast<uint64_t>(count) * sizeof(char *);
+static BlockShape shapeOfBlock(const MatchState *state) {
+    BlockShape shape = {0, 0};
     for (const MatchRecord *record = firstRecord(state); record != endOfRecords(state); ++record)
-        if (isSet(record))
-            size += static_cast<uint64_t>(textLength(record)) + 1;
-    return size > SIZE_MAX / 2 ? 0 : static_cast<size_t>(size);
+        if (isSet(record)) {
+            shape.textBytes += textLength(record) + 1;
+            if (record->group >= shape.groups)
+                shape.groups = record->group + 1;
+        }
+    return shape;
 }
 
 // Makes the block of the groups set, null when none is. False when memory is exhausted.
 static bool makeBlock(const MatchState *state, CaptureBlock **block) {
-    const int32_t count = groupCount(state, INT32_MAX);
-    if (count == 0)
+    const BlockShape shape = shapeOfBlock(state);
+    if (shape.groups == 0)
         return true;
-    const size_t size = blockSize(state, count);
-    CaptureBlock *made = size == 0 ? nullptr : static_cast<CaptureBlock *>(malloc(size));
+    const size_t pointers = static_cast<size_t>(shape.groups) * sizeof(char *);
+    const uint64_t size = sizeof(CaptureBlock) + pointers + shape.textBytes;
+    if (size > SIZE_MAX / 2) // more than the address space
+        return false;
+    CaptureBlock *made = static_cast<CaptureBlock *>(malloc(static_cast<size_t>(size)));
     if (made == nullptr)
         return false;
-    made->count = count;
-    memset(made->group, 0, static_cast<size_t>(count) * sizeof(char *));
-    char *text = reinterpret_cast<char *>(made->group + count);
+    made->count = shape.groups;
+    memset(made->group, 0, pointers);
+    char *text = reinterpret_cast<char *>(made->group + shape.groups);
     for (const MatchRecord *record = firstRecord(state); record != endOfRecords(state); ++record)
         if (isSet(record)) {
             copyText(text, record);
@@ -114,7 +130,7 @@ static char *match(MatchState *state, const char *pattern, const char *subject) 
 char *regularExp(const char *pattern, const char *subject, CaptureBlock **block) {
     if (block != nullptr)
         *block = nullptr;
-    MatchState *state = initSptr();
+    MatchState *state = ownState();
     if (state == nullptr)
         return nullptr;
     char *end = match(state, pattern, subject);
@@ -126,6 +142,15 @@ char *regularExp(const char *pattern, const char *subject, CaptureBlock **block)
     return end;
 }
 
+// One more than the highest group number set of those that the caller may have a buffer for.
+static int32_t callerGroups(const MatchState *state) {
+    int32_t count = 0;
+    for (const MatchRecord *record = firstRecord(state); record != endOfRecords(state); ++record)
+        if (isSet(record) && record->group >= count && record->group < CALLER_GROUPS)
+            count = record->group + 1;
+    return count;
+}
+
 static const MatchRecord *findGroup(const MatchState *state, int32_t group) {
     for (const MatchRecord *record = endOfRecords(state); record != firstRecord(state);)
         if (isSet(--record) && record->group == group)
@@ -134,11 +159,11 @@ static const MatchRecord *findGroup(const MatchState *state, int32_t group) {
 }
 
 char *regEx(const char *pattern, const char *subject, ...) {
-    MatchState *state = initSptr();
+    MatchState *state = ownState();
     char *end = state == nullptr ? nullptr : match(state, pattern, subject);
     if (end == nullptr)
         return nullptr;
-    const int32_t count = groupCount(state, CALLER_GROUPS);
+    const int32_t count = callerGroups(state);
     va_list args;
     va_start(args, subject);
     for (int32_t group = 0; group < count; ++group) {
@@ -152,6 +177,6 @@ char *regEx(const char *pattern, const char *subject, ...) {
 }
 
 char *startPatMatch(void) {
-    const MatchState *state = initSptr();
+    const MatchState *state = ownState();
     return state == nullptr || state->succeeded == 0 ? nullptr : const_cast<char *>(state->start);
 }
