@@ -8,19 +8,21 @@
    choices, and they are dropped when it succeeds (a repetition is not entered again), so only the
    places where repetitions ended outlive it.
 
-   Whether going on from an instruction at some place fails depends on nothing else, captures
-   included. Once a search has been through many retries, those failures are noted, a bit for each
-   place of the subject, and not tried again: a few repetitions in a row would otherwise take time
-   in the order of a power of the subject's length.
+   Cost: a character of a run costs a look into a set (items.cpp). Of what an item gives back only
+   the places are tried where the instruction behind it can match (ahead.cpp), and what has failed
+   is not tried again once a search has been through many failures (failureNotes.cpp). A short run
+   that need not be given back, and a record that nothing can put back, leave no entry at all.
 
    Covered by tests/regex: opcode by opcode in regularExp_test, against a slow recursive matcher
    and regexec in reference_test. */
 #include "interpreter.h"
 
+#include "ahead.h"
+#include "failureNotes.h"
+#include "items.h"
+
 #include <stdlib.h>
 #include <string.h>
-
-using Byte = unsigned char;
 
 static constexpr uint32_t FRAME_STEP = 5;
 static constexpr uint32_t PLACE_FIRST = 10;
@@ -29,26 +31,12 @@ static constexpr uint32_t STACK_STEP = 50;
 
 static constexpr uint32_t CLASS_BYTES_A_STEP = 4;
 
-// Noting failures starts after this many: short searches never pay for it.
-static constexpr uint32_t RETRIES_BEFORE_NOTES = 4096;
-static constexpr size_t NOTES_MEMORY_LIMIT = 64U << 20;
+// A run up to this long, taken again by each try that comes to it, costs no more than as many
+// single items; of a longer one the failures must be noted, so it is a choice always.
+static constexpr ptrdiff_t SHORT_RUN = 16;
 
 static constexpr MatchMark NOTHING_YET = {0, 0, MATCH_UNSET, 0, 0, MATCH_UNSET};
 static constexpr MatchRecord UNSET_RECORD = {nullptr, nullptr, MATCH_UNSET, MATCH_UNSET};
-
-struct Repeat {
-    uint32_t min;
-    uint32_t max;
-    bool unlimited; // max does not count
-};
-
-// A single-character instruction, taken apart.
-struct Item {
-    Byte kind;
-    const Byte *operand;
-    Repeat repeat;
-    const Byte *rest; // the instruction after it
-};
 
 struct Frame {
     const Byte *code;       // the group's instruction
@@ -76,6 +64,7 @@ struct Reached {
 struct Choice {
     const Byte *code;   // the repetition's instruction
     const Byte *rest;   // where the program goes on
+    const Byte *ahead;  // of an item: what decides there by one character; null: nothing
     const char *tried;  // the place tried last; null before the first
     const char *lowest; // null: a group
     size_t left;        // of an item: places from `lowest` up not tried yet
@@ -90,17 +79,11 @@ struct Undo {
 
 struct Run {
     MatchState *state;
-    const Byte *program;
-    const char *subject;
-    const Byte *code;  // the next instruction
-    const Byte *limit; // end of the sub-program it stands in; null: the program itself
-    const char *at;    // place in the subject
-    uint32_t steps;
-    uint32_t retries;
-    size_t subjectSize; // with the terminator; 0 until wanted
-    Byte **notes;       // by offset of the instruction: a bit for each place that failed, or null
-    size_t noteCount;
-    size_t noteMemory;
+    const Byte *code;   // the next instruction
+    const Byte *limit;  // end of the sub-program it stands in; null: the program itself
+    const char *at;     // place in the subject
+    uint32_t stepsLeft; // of MATCH_STEP_LIMIT
+    FailureNotes notes;
 };
 
 enum class Step { GO_ON, FAIL, SUCCESS, EXHAUSTED };
@@ -124,12 +107,10 @@ void *roomOnMatchStack(MatchStack *stack, size_t entrySize, uint32_t step) {
 }
 
 template<class Entry>
-static bool push(MatchStack &stack, const Entry &entry, uint32_t step) {
-    void *room = roomOnMatchStack(&stack, sizeof(Entry), step);
-    if (room == nullptr)
+static inline bool push(MatchStack &stack, const Entry &entry, uint32_t step) {
+    if (stack.count == stack.capacity && roomOnMatchStack(&stack, sizeof(Entry), step) == nullptr)
         return false;
-    *static_cast<Entry *>(room) = entry;
-    ++stack.count;
+    static_cast<Entry *>(stack.entries)[stack.count++] = entry;
     return true;
 }
 
@@ -153,112 +134,23 @@ static void restore(MatchState *state, const MatchMark &mark) {
     state->now = mark;
 }
 
-// ---- failures noted
-
-static bool hasFailed(const Run &run, const Byte *code, const char *at) {
-    const size_t offset = static_cast<size_t>(code - run.program);
-    if (offset >= run.noteCount || run.notes[offset] == nullptr)
-        return false;
-    const size_t place = static_cast<size_t>(at - run.subject);
-    return (run.notes[offset][place / 8] >> place % 8 & 1) != 0;
+static void unsetRecords(MatchState *state) {
+    state->records.count = state->undo.count = state->places.count = 0;
+    state->now = NOTHING_YET;
 }
 
-static bool coverOffset(Run &run, size_t offset) {
-    if (offset < run.noteCount)
-        return true;
-    const size_t count = (offset + 1) * 2;
-    Byte **notes = static_cast<Byte **>(realloc(run.notes, count * sizeof(Byte *)));
-    if (notes == nullptr)
-        return false;
-    memset(notes + run.noteCount, 0, (count - run.noteCount) * sizeof(Byte *));
-    run.notes = notes;
-    run.noteCount = count;
-    return true;
-}
-
-// Without memory for it a failure is merely not noted.
-static void noteFailure(Run &run, const Byte *code, const char *at) {
-    if (++run.retries < RETRIES_BEFORE_NOTES)
-        return;
-    if (run.subjectSize == 0)
-        run.subjectSize = strlen(run.subject) + 1;
-    const size_t offset = static_cast<size_t>(code - run.program);
-    if (!coverOffset(run, offset))
-        return;
-    if (run.notes[offset] == nullptr) {
-        const size_t size = run.subjectSize / 8 + 1;
-        if (run.noteMemory + size > NOTES_MEMORY_LIMIT)
-            return;
-        run.notes[offset] = static_cast<Byte *>(calloc(1, size));
-        if (run.notes[offset] == nullptr)
-            return;
-        run.noteMemory += size;
-    }
-    const size_t place = static_cast<size_t>(at - run.subject);
-    run.notes[offset][place / 8] |= static_cast<Byte>(1U << place % 8);
-}
-
-static void freeNotes(Run &run) {
-    for (size_t i = 0; i < run.noteCount; ++i)
-        free(run.notes[i]);
-    free(run.notes);
-}
-
-// ---- instructions taken apart
-
-// Whether the bytes from that one on belong to the sub-program being matched.
-static bool within(const Run &run, const Byte *from, ptrdiff_t count) {
-    return run.limit == nullptr || run.limit - from >= count;
-}
-
-static Repeat countedRepeat(const Byte *pair) {
-    const uint32_t max = pair[1] < pair[0] ? pair[0] : pair[1];
-    return {pair[0], max, pair[1] == MATCH_NO_LIMIT};
-}
-
-// Sets the operand's size. False when it would leave the sub-program.
-static bool operandSize(const Run &run, Byte kind, const Byte *operand, ptrdiff_t *size) {
-    if (kind == MATCH_ANY)
-        *size = 0;
-    else if (kind == MATCH_CHARACTER)
-        *size = 1;
-    else if (within(run, operand, 1))
-        *size = *operand;
-    else
-        return false;
-    return within(run, operand, *size);
-}
-
-static bool decodeItem(const Run &run, Item *item) {
-    static constexpr Repeat REPEATS[] = {{1, 1, false}, {0, 0, true}, {1, 1, true}};
-    const int how = *run.code & MATCH_REPEAT_MASK;
-    item->kind = static_cast<Byte>(*run.code - how);
-    item->operand = run.code + 1;
-    ptrdiff_t size;
-    if (!operandSize(run, item->kind, item->operand, &size))
-        return false;
-    item->rest = item->operand + size;
-    if (how != MATCH_COUNTED) {
-        item->repeat = REPEATS[how];
-        return true;
-    }
-    if (!within(run, item->rest, 2))
-        return false;
-    item->repeat = countedRepeat(item->rest);
-    item->rest += 2;
-    return true;
-}
+// ---- groups taken apart
 
 static bool decodeGroup(const Run &run, Frame *frame) {
     const Byte opcode = *run.code;
-    if (!within(run, run.code, 2))
+    if (!within(run.limit, run.code, 2))
         return false;
     frame->code = run.code;
     frame->sub = run.code + 2;
     const ptrdiff_t length = (opcode & MATCH_LENGTH_HIGH_MASK) << 8 | run.code[1];
     const int kind = opcode & ~MATCH_LENGTH_HIGH_MASK;
     const ptrdiff_t counts = kind == MATCH_GROUP_COUNTED ? 2 : 0;
-    if (!within(run, frame->sub, length + counts))
+    if (!within(run.limit, frame->sub, length + counts))
         return false;
     frame->subEnd = frame->sub + length;
     frame->rest = frame->subEnd + counts;
@@ -270,50 +162,45 @@ static bool decodeGroup(const Run &run, Frame *frame) {
     return true;
 }
 
-// ---- single characters
+// ---- steps
 
-static bool inClass(const Byte *operand, Byte character) {
-    const Byte *end = operand + *operand;
-    for (const Byte *member = operand + 1; member < end; ++member) {
-        if (*member != MATCH_RANGE) {
-            if (*member == character)
-                return true;
-            continue;
-        }
-        if (end - member < 3)
-            return false;
-        if (member[1] <= character && character <= member[2])
-            return true;
-        member += 2;
-    }
-    return false;
+static void spend(Run &run, uint64_t steps) {
+    run.stepsLeft -= steps < run.stepsLeft ? static_cast<uint32_t>(steps) : run.stepsLeft;
 }
 
-static bool matches(const Item &item, char at) {
-    const Byte character = static_cast<Byte>(at);
-    if (character == '\0')
-        return false;
-    switch (item.kind) {
-    case MATCH_ANY:
-        return true;
-    case MATCH_CHARACTER:
-        return character == *item.operand;
-    default:
-        return inClass(item.operand, character) == (item.kind == MATCH_IN_CLASS);
-    }
+// So many characters were looked at, the one that was refused included. A class costs by its
+// length, or a search of long ones would take hours within the limit; the short ones of usual
+// programs cost hardly more than any other item.
+static void spendOnItem(Run &run, Byte kind, const Byte *operand, size_t characters) {
+    const uint32_t each = isClass(kind) ? 1 + *operand / CLASS_BYTES_A_STEP : 1;
+    spend(run, static_cast<uint64_t>(characters) * each);
 }
 
 // ---- choices
 
+// Takes the next place of an item off the choice, those passed over that the instruction behind it
+// refuses: each is a retry and an instruction. Null when it is used up.
+static const char *nextPlaceOfItem(Run &run, Choice &choice) {
+    const char *end = choice.lowest + choice.left;
+    const char *place = lastAccepted(choice.ahead, choice.lowest, end);
+    const char *refused = place == nullptr ? choice.lowest : place + 1;
+    choice.left = static_cast<size_t>(place == nullptr ? 0 : place - choice.lowest);
+    if (refused != end) {
+        const size_t count = static_cast<size_t>(end - refused);
+        spend(run, count);
+        spendOnItem(run, kindOf(*choice.ahead), choice.ahead + 1, count);
+        noteFailures(&run.notes, choice.code, refused, end);
+    }
+    return place;
+}
+
 // Takes the next place off the choice; false when it is used up.
 static bool nextPlace(Run &run, Choice &choice, Reached *place) {
-    MatchStack &reached = run.state->reached;
     if (choice.lowest != nullptr) {
-        if (choice.left == 0)
-            return false;
-        *place = {choice.lowest + --choice.left, choice.mark};
-        return true;
+        *place = {nextPlaceOfItem(run, choice), choice.mark};
+        return place->at != nullptr;
     }
+    MatchStack &reached = run.state->reached;
     if (reached.count == choice.reachedBase)
         return false;
     *place = topOf<Reached>(reached);
@@ -327,7 +214,7 @@ static bool tryNext(Run &run) {
     MatchState *state = run.state;
     Choice &choice = topOf<Choice>(state->choices);
     if (choice.tried != nullptr)
-        noteFailure(run, choice.code, choice.tried);
+        noteFailures(&run.notes, choice.code, choice.tried, choice.tried + 1);
     Reached place;
     do {
         if (!nextPlace(run, choice, &place)) {
@@ -335,8 +222,8 @@ static bool tryNext(Run &run) {
             --state->choices.count;
             return false;
         }
-        ++run.steps;
-    } while (hasFailed(run, choice.code, place.at));
+        spend(run, 1);
+    } while (hasFailed(&run.notes, choice.code, place.at));
     choice.tried = place.at;
     restore(state, place.mark);
     run.at = place.at;
@@ -352,54 +239,73 @@ static Step addChoice(Run &run, const Choice &choice) {
 
 // ---- items
 
-// The end of the longest run from that place, of at most that many characters unless unlimited. It
-// ends early where going on with the repetition is known to fail: all that lies beyond is too.
-static const char *endOfRun(const Run &run, const Item &item, const char *from, uint32_t most) {
-    const char *at = from;
-    if (item.repeat.unlimited) {
-        while (matches(item, *at) && !hasFailed(run, run.code, at + 1))
-            ++at;
-        return at;
-    }
-    for (uint32_t taken = 0; taken < most && matches(item, *at); ++taken)
+static Step matchCharacter(Run &run) {
+    if (!within(run.limit, run.code, 2) || !matches(MATCH_CHARACTER, run.code + 1, *run.at))
+        return Step::FAIL;
+    ++run.at;
+    run.code += 2;
+    return Step::GO_ON;
+}
+
+static Step matchOne(Run &run) {
+    const Byte kind = *run.code;
+    const Byte *operand = run.code + 1;
+    ptrdiff_t size;
+    if (!operandSize(kind, operand, run.limit, &size))
+        return Step::FAIL;
+    spendOnItem(run, kind, operand, 1);
+    if (!matches(kind, operand, *run.at))
+        return Step::FAIL;
+    ++run.at;
+    run.code = operand + size;
+    return Step::GO_ON;
+}
+
+// The end of a run without limit. It ends early where going on with the repetition is known to
+// fail: all that lies beyond is too. Null when even its lowest place is.
+static const char *endOfNotedRun(const Run &run, const Item &item, const Byte *failures) {
+    const char *at = endOfItems(item.kind, item.operand, run.at, item.repeat.min);
+    if (isNoted(&run.notes, failures, at))
+        return nullptr;
+    while (matches(item.kind, item.operand, *at) && !isNoted(&run.notes, failures, at + 1))
         ++at;
     return at;
 }
 
-// So many characters were taken. A class costs by its length, for the character that it refuses
-// too, or a search of long ones would take hours within the limit; the short ones of usual programs
-// cost hardly more than any other item.
-static void countSteps(Run &run, const Item &item, size_t characters) {
-    const bool isClass = item.kind == MATCH_IN_CLASS || item.kind == MATCH_NOT_IN_CLASS;
-    const uint32_t each = isClass ? 1 + *item.operand / CLASS_BYTES_A_STEP : 1;
-    const size_t refused = isClass ? 1 : 0;
-    run.steps += characters < MATCH_STEP_LIMIT / each - refused
-                     ? static_cast<uint32_t>(characters + refused) * each
-                     : MATCH_STEP_LIMIT;
+static const char *endOfRun(const Run &run, const Item &item) {
+    if (!item.repeat.unlimited)
+        return endOfItems(item.kind, item.operand, run.at, item.repeat.max);
+    const Byte *failures = failuresOf(&run.notes, run.code);
+    return failures != nullptr ? endOfNotedRun(run, item, failures)
+                               : endOfItems(item.kind, item.operand, run.at, SIZE_MAX);
 }
 
-static bool matchMinimum(Run &run, const Item &item) {
-    uint32_t taken = 0;
-    while (taken < item.repeat.min && matches(item, run.at[taken]))
-        ++taken;
-    run.at += taken;
-    countSteps(run, item, taken);
-    return taken == item.repeat.min;
+// Whether going on from a run's end is the only way: what is behind it refuses each character that
+// the item matches.
+static bool onlyEndSuits(const Item &item, const Byte *ahead) {
+    if (ahead == nullptr)
+        return false;
+    return *ahead == MATCH_SUBJECT_END ||
+           (kindOf(*ahead) == MATCH_CHARACTER &&
+            !matches(item.kind, item.operand, static_cast<char>(ahead[1])));
 }
 
-static Step matchItem(Run &run) {
+static Step matchRepeated(Run &run) {
     Item item;
-    if (!decodeItem(run, &item) || !matchMinimum(run, item))
+    if (!decodeItem(run.code, run.limit, &item))
         return Step::FAIL;
-    const char *lowest = run.at;
-    if (item.repeat.unlimited && hasFailed(run, run.code, lowest))
+    const char *end = endOfRun(run, item);
+    const size_t taken = end == nullptr ? 0 : static_cast<size_t>(end - run.at);
+    spendOnItem(run, item.kind, item.operand, taken + 1);
+    if (end == nullptr || taken < item.repeat.min)
         return Step::FAIL;
-    const char *end = endOfRun(run, item, lowest, item.repeat.max - item.repeat.min);
-    const size_t length = static_cast<size_t>(end - lowest);
-    countSteps(run, item, length);
-    if (length > 0)
-        return addChoice(run, {run.code, item.rest, nullptr, lowest, length + 1,
-                               run.state->reached.count, run.state->now});
+    const char *lowest = run.at + item.repeat.min;
+    const Byte *ahead = itemAhead(item.rest, run.limit);
+    if (end - lowest > SHORT_RUN || (end != lowest && !onlyEndSuits(item, ahead)))
+        return addChoice(run, {run.code, item.rest, ahead, nullptr, lowest,
+                               static_cast<size_t>(end - lowest) + 1, run.state->reached.count,
+                               run.state->now});
+    run.at = end;
     run.code = item.rest;
     return Step::GO_ON;
 }
@@ -411,8 +317,8 @@ static Step leaveGroup(Run &run) {
     const Frame frame = topOf<Frame>(run.state->frames);
     --run.state->frames.count;
     run.limit = frame.outerLimit;
-    return addChoice(run,
-                     {frame.code, frame.rest, nullptr, nullptr, 0, frame.reachedBase, NOTHING_YET});
+    return addChoice(run, {frame.code, frame.rest, nullptr, nullptr, nullptr, 0, frame.reachedBase,
+                           NOTHING_YET});
 }
 
 // Begins the next repetition, or leaves the group when this was the last.
@@ -422,7 +328,7 @@ static Step goOnWithGroup(Run &run, bool tookNothing) {
     const Repeat &repeat = frame.repeat;
     // What is still mandatory after a repetition that took nothing would take nothing either.
     if (frame.done >= repeat.min || tookNothing) {
-        const bool hopeless = repeat.unlimited && hasFailed(run, frame.code, run.at);
+        const bool hopeless = repeat.unlimited && hasFailed(&run.notes, frame.code, run.at);
         if (!hopeless && !push(state->reached, Reached{run.at, state->now}, STACK_STEP))
             return Step::EXHAUSTED;
         if (hopeless || tookNothing || (!repeat.unlimited && frame.done >= repeat.max))
@@ -461,21 +367,23 @@ static Step endSubProgram(Run &run) {
 
 // ---- captures
 
-// The record of that slot for a change, its present value kept for a retry; null when memory is
-// exhausted.
-static MatchRecord *recordToChange(MatchState *state, uint32_t slot) {
+// The record of that slot for a change; null when memory is exhausted. Its present value is kept
+// for a retry, unless there is nothing to go back to: a failure is then that of the whole attempt.
+static inline MatchRecord *recordToChange(MatchState *state, uint32_t slot) {
     while (state->records.count <= slot)
         if (!push(state->records, UNSET_RECORD, RECORD_STEP))
             return nullptr;
     MatchRecord *record = &entryAt<MatchRecord>(state->records, slot);
-    if (!push(state->undo, Undo{slot, *record}, STACK_STEP))
-        return nullptr;
-    ++state->now.undoCount;
+    if ((state->choices.count | state->frames.count) != 0) {
+        if (!push(state->undo, Undo{slot, *record}, STACK_STEP))
+            return nullptr;
+        ++state->now.undoCount;
+    }
     return record;
 }
 
 static Step openRecord(Run &run) {
-    if (!within(run, run.code, 2))
+    if (!within(run.limit, run.code, 2))
         return Step::FAIL;
     MatchMark &now = run.state->now;
     const int8_t slot = static_cast<int8_t>(run.code[1]);
@@ -495,7 +403,7 @@ static Step openRecord(Run &run) {
 }
 
 static Step closeRecord(Run &run) {
-    if (!within(run, run.code, 3))
+    if (!within(run.limit, run.code, 3))
         return Step::FAIL;
     MatchMark &now = run.state->now;
     const int8_t operand = static_cast<int8_t>(run.code[1]);
@@ -531,10 +439,16 @@ static Step savePlace(Run &run) {
 // ---- the program
 
 static Step execute(Run &run) {
-    if (!within(run, run.code, 1))
+    if (!within(run.limit, run.code, 1))
         return Step::FAIL;
     const Byte opcode = *run.code;
     switch (opcode) {
+    case MATCH_CHARACTER:
+        return matchCharacter(run);
+    case MATCH_NOT_IN_CLASS:
+    case MATCH_IN_CLASS:
+    case MATCH_ANY:
+        return matchOne(run);
     case MATCH_OPEN:
         return openRecord(run);
     case MATCH_CLOSE:
@@ -557,12 +471,12 @@ static Step execute(Run &run) {
     default:
         break;
     }
-    switch (opcode & ~MATCH_REPEAT_MASK) {
+    switch (kindOf(opcode)) {
     case MATCH_NOT_IN_CLASS:
     case MATCH_CHARACTER:
     case MATCH_IN_CLASS:
     case MATCH_ANY:
-        return matchItem(run);
+        return matchRepeated(run);
     case MATCH_GROUP_COUNTED:
     case MATCH_GROUP_ZERO_OR_MORE:
     case MATCH_GROUP_ONE_OR_MORE:
@@ -597,13 +511,14 @@ static Step retry(Run &run) {
 static Step matchAt(Run &run, const Byte *program, const char *start) {
     MatchState *state = run.state;
     state->frames.count = state->choices.count = state->reached.count = 0;
-    restore(state, NOTHING_YET);
+    unsetRecords(state);
     run.code = program;
     run.limit = nullptr;
     run.at = start;
     for (;;) {
-        if (++run.steps > MATCH_STEP_LIMIT)
+        if (run.stepsLeft == 0)
             return Step::EXHAUSTED;
+        --run.stepsLeft;
         Step step = execute(run);
         if (step == Step::FAIL)
             step = retry(run);
@@ -612,40 +527,42 @@ static Step matchAt(Run &run, const Byte *program, const char *start) {
     }
 }
 
-// The next place at or after that one where the program may match; null when there is none.
-static const char *nextStart(const Byte *program, const char *at) {
-    return *program == MATCH_CHARACTER ? strchr(at, program[1]) : at;
+static bool mayMatchAt(const Byte *program, const char *subject) {
+    return accepts(itemAhead(program, nullptr), *subject) &&
+           hopelessFrom(program, subject) != subject;
 }
 
-static Step search(Run &run, const char **start) {
-    if (*run.program == MATCH_ANCHOR) {
-        *start = run.subject;
-        return matchAt(run, run.program + 1, run.subject);
-    }
-    for (*start = nextStart(run.program, run.subject); *start != nullptr;
-         *start = nextStart(run.program, *start + 1)) {
-        const Step step = matchAt(run, run.program, *start);
-        if (step != Step::FAIL || **start == '\0')
+static Step searchAnywhere(Run &run, const Byte *program, const char **start) {
+    const Byte *ahead = itemAhead(program, nullptr);
+    const char *at = firstAccepted(ahead, run.at);
+    const char *hopeless = at == nullptr ? nullptr : hopelessFrom(program, at);
+    for (; at != nullptr; at = firstAccepted(ahead, at + 1)) {
+        if (hopeless != nullptr && at >= hopeless)
+            break;
+        *start = at;
+        const Step step = matchAt(run, program, at);
+        if (step != Step::FAIL || *at == '\0')
             return step;
     }
     return Step::FAIL;
 }
 
-static void unsetRecords(MatchState *state) {
-    state->records.count = state->undo.count = state->places.count = 0;
-    state->now = NOTHING_YET;
-}
-
 const char *searchSubject(MatchState *state, const char *pattern, const char *subject,
                           const char **start) {
-    Run run = {};
-    run.state = state;
-    run.program = reinterpret_cast<const Byte *>(pattern);
-    run.subject = subject;
+    const Byte *program = reinterpret_cast<const Byte *>(pattern);
+    const bool isAnchored = *program == MATCH_ANCHOR;
     state->emptyMatchCounts = 0;
-    unsetRecords(state);
-    const Step step = search(run, start);
-    freeNotes(run);
+    if (isAnchored && !mayMatchAt(program + 1, subject)) {
+        unsetRecords(state);
+        return nullptr;
+    }
+    Run run = {state,   program,          nullptr,
+               subject, MATCH_STEP_LIMIT, {program, subject, 0, 0, nullptr, 0, 0}};
+    *start = subject;
+    const Step step =
+        isAnchored ? matchAt(run, program + 1, subject) : searchAnywhere(run, program, start);
+    if (run.notes.count != 0)
+        freeFailureNotes(&run.notes);
     if (step == Step::SUCCESS && (run.at != subject || state->emptyMatchCounts != 0))
         return run.at;
     unsetRecords(state);

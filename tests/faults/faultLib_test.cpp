@@ -36,6 +36,7 @@ const std::map<std::string, std::vector<const char *>> NOT_FAULTED = {
       "memcmp",
       "memcpy",
       "memmove",
+      "memrchr",
       "memset",
       "strchr",
       "strchrnul",

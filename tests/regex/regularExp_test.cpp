@@ -81,6 +81,7 @@ const OpcodeCase OPCODES[] = {
      "a",
      "", NO_MATCH},
     {"20 terminator", std::string("\x14\0", 2), "", NO_MATCH},
+    {"20 terminator after a run", std::string("\x41\x14\0", 3), "aaaaaaaaaaaaaaaaaaaa", NO_MATCH},
     {"21 none",
      "\x15"
      "a",
@@ -162,6 +163,14 @@ const OpcodeCase OPCODES[] = {
      "\x19\x03\x10"
      "a",
      "a", ""},
+    {"range cut short, once",
+     "\x18\x03\x10"
+     "a",
+     "a", NO_MATCH},
+    {"range upside down, once",
+     "\x18\x04\x10"
+     "ba",
+     "a", NO_MATCH},
     {"range upside down",
      "\x19\x04\x10"
      "ba",
@@ -297,6 +306,28 @@ TEST(RegularExp, classOfACapitalRangeHoldsTheCapitalsAndNothingElse) {
         EXPECT_EQ(regularExp(program.c_str(), subject, nullptr) != nullptr, ch >= 'A' && ch <= 'Z')
             << ch;
     }
+}
+
+TEST(RegularExp, repeatedClassHoldsWhatASingleOneDoes) {
+    static const int EDGES[] = {0, 1, 31, 32, 33, 95, 96, 127, 128, 200, 223, 224, 254, 255};
+    for (const int low : EDGES)
+        for (const int high : EDGES) {
+            const auto members =
+                join(range(static_cast<char>(low), static_cast<char>(high)), one('k'));
+            for (int ch = 1; ch < 256; ++ch) {
+                const bool isIn = (low <= ch && ch <= high) || ch == 'k';
+                const char subject[2] = {static_cast<char>(ch), '\0'};
+                const auto takes = [&](const auto &item) {
+                    return regularExp(program(ANCHORED, item).bytes, subject, nullptr) ==
+                           subject + 1;
+                };
+                ASSERT_EQ(takes(in(members)), isIn) << low << " " << high << " " << ch;
+                ASSERT_EQ(takes(zeroOrMore(in(members))), isIn) << low << " " << high << " " << ch;
+                ASSERT_EQ(takes(times(in(members), 0, 2)), isIn) << low << " " << high << " " << ch;
+                ASSERT_EQ(takes(oneOrMore(notIn(members))), !isIn)
+                    << low << " " << high << " " << ch;
+            }
+        }
 }
 
 // ---- where a match may start and end
@@ -867,12 +898,24 @@ TEST(RegularExp, programsAreReadOnlyAsFarAsTheyReach) {
         "\x20\x44\x03\x30\x01\x2F",
         "\x20\x44\x01\x28",
         "\x20\x44\x03\x18\x03\x10",
+        "\x20\x41\x14"
+        "b",
+        "\x20\x14"
+        "b\x14",
+        "\x20\x14"
+        "b\x18",
+        "\x20\x14"
+        "b\x0C",
+        "\x20\x14"
+        "b\x18\xF0",
     };
     for (const std::string &program : programs) {
         char *placed = memory + page - program.size();
         memcpy(placed, program.data(), program.size());
-        const char *end = regularExp(placed, "a", nullptr);
-        EXPECT_EQ(end != nullptr, program.back() == '\x34') << program;
+        for (const std::string &subject : {std::string("a"), std::string(100, 'a')}) {
+            const char *end = regularExp(placed, subject.c_str(), nullptr);
+            EXPECT_EQ(end != nullptr, program.back() == '\x34') << program;
+        }
     }
     munmap(memory, 2 * page);
 }
@@ -1006,7 +1049,7 @@ TEST(RegularExp, withoutMemoryForTheNotesOfFailuresTheResultIsTheSame) {
     // Some thousand retries: failures would be noted, were there memory.
     const std::string program = str(
         matchProgram::program(ANCHORED, capture(0, zeroOrMore(ANY)), zeroOrMore(ANY), text("b")));
-    const std::string subject(200, 'x');
+    const std::string subject(2000, 'x'); // too long to be looked through for the letter first
     int matches = 0;
     for (int successes = 0; successes < 12; ++successes) {
         EXPECT_EQ(capturedWith(successes, program, subject), NO_MATCH);

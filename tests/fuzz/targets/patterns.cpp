@@ -14,7 +14,7 @@
 namespace {
 
 constexpr size_t MAX_PROGRAM = 300;
-constexpr size_t MAX_SUBJECT = 24;
+constexpr size_t MAX_SUBJECT = 80; // long enough to be looked through first
 constexpr int REFERENCE_STEPS = 4000;
 
 using Found = std::optional<ReferenceMatcher::Match>;
