@@ -1,6 +1,7 @@
 #include "charBuffer.h"
 
 #include "../core/mkcopy.h"
+#include "charBufferRoom.h"
 
 #include <stddef.h>
 #include <stdlib.h>
@@ -65,9 +66,7 @@ char *expandCharBuffer(CharBuffer *buffer) {
     return growTo(buffer, size) ? buffer->text : nullptr;
 }
 
-// Makes room behind the content for so many bytes, in one growth to the size that growing by single
-// increments would reach.
-static bool reserve(CharBuffer *buffer, uint64_t bytes) {
+bool reserveCharBuffer(CharBuffer *buffer, uint64_t bytes) {
     const uint64_t needed = static_cast<uint64_t>(contentLength(buffer)) + bytes;
     const uint64_t size = static_cast<uint64_t>(buffer->size);
     if (needed <= size)
@@ -94,7 +93,7 @@ char *putStrCharBuffer(CharBuffer *buffer, const char *text) {
     if (buffer == nullptr)
         return nullptr;
     const size_t count = text == nullptr ? 0 : strlen(text);
-    if (!reserve(buffer, uint64_t{count} + 1))
+    if (!reserveCharBuffer(buffer, uint64_t{count} + 1))
         return nullptr;
     if (count > 0)
         memcpy(buffer->next, text, count);
@@ -115,7 +114,7 @@ int removeLastCharBufferChar(CharBuffer *buffer) {
 // to follow them.
 static bool fillTo(CharBuffer *buffer, int32_t index, uint64_t following) {
     const size_t gap = static_cast<size_t>(index - contentLength(buffer));
-    if (!reserve(buffer, gap + following))
+    if (!reserveCharBuffer(buffer, gap + following))
         return false;
     memset(buffer->next, 0, gap);
     buffer->next += gap;
@@ -125,7 +124,7 @@ static bool fillTo(CharBuffer *buffer, int32_t index, uint64_t following) {
 // Opens a gap of count bytes at the index, which lies inside the content; the byte at next moves
 // with the rest.
 static bool openGap(CharBuffer *buffer, int32_t index, size_t count) {
-    if (!reserve(buffer, uint64_t{count} + 1))
+    if (!reserveCharBuffer(buffer, uint64_t{count} + 1))
         return false;
     char *place = buffer->text + index;
     memmove(place + count, place, static_cast<size_t>(buffer->next - place) + 1);

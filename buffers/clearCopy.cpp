@@ -1,7 +1,7 @@
 #include "clearCopy.h"
 
+#include "charBufferRoom.h"
 #include "cntlchrs.h"
-#include "fmtCharBuf.h"
 
 #include <ctype.h>
 #include <stddef.h>
@@ -34,30 +34,61 @@ static constexpr char WHITE_TEXTS[MODE_COUNT][5][6] = {
     {"<SP>", "<HT>", "<NL>", "<NP>", "<CR>"},
 };
 
-static bool put(CharBuffer *buffer, unsigned ch) {
-    if (buffer->next >= buffer->limit && expandCharBuffer(buffer) == nullptr)
+static bool putSpan(CharBuffer *buffer, const char *bytes, size_t count) {
+    if (static_cast<size_t>(buffer->limit - buffer->next) < count &&
+        !reserveCharBuffer(buffer, count))
         return false;
-    *buffer->next++ = static_cast<char>(ch);
+    memcpy(buffer->next, bytes, count);
+    buffer->next += count;
     return true;
 }
 
-static bool putText(CharBuffer *buffer, const char *text) {
-    return putStrCharBuffer(buffer, text) != nullptr;
+static bool put(CharBuffer *buffer, unsigned ch) {
+    const char byte = static_cast<char>(ch);
+    return putSpan(buffer, &byte, 1);
 }
 
-static bool putOpening(CharBuffer *buffer, unsigned byte) {
-    return putText(buffer, byte & HIGH_BIT ? "<-" : "<");
+static bool putText(CharBuffer *buffer, const char *text) {
+    return putSpan(buffer, text, strlen(text));
+}
+
+// A rendering that is put together here, the longest being "<-\\001>".
+struct Rendering {
+    char bytes[8];
+    size_t size;
+};
+
+static void add(Rendering *rendering, unsigned ch) {
+    rendering->bytes[rendering->size++] = static_cast<char>(ch);
+}
+
+static Rendering opened(unsigned byte) {
+    return {{'<', '-'}, (byte & HIGH_BIT) != 0 ? size_t{2} : size_t{1}};
+}
+
+static void addOctal(Rendering *rendering, unsigned byte) {
+    add(rendering, '0' + (byte >> 6));
+    add(rendering, '0' + (byte >> 3 & 7));
+    add(rendering, '0' + (byte & 7));
+}
+
+static bool putClosed(CharBuffer *buffer, Rendering rendering) {
+    add(&rendering, '>');
+    return putSpan(buffer, rendering.bytes, rendering.size);
 }
 
 static bool renderEscape(CharBuffer *buffer, unsigned byte) {
     const unsigned ch = byte & LOW_BITS;
-    if (!putOpening(buffer, byte))
-        return false;
+    Rendering rendering = opened(byte);
+    if (!isprint(static_cast<int>(ch)))
+        add(&rendering, '\\');
     if (isprint(static_cast<int>(ch)))
-        return put(buffer, ch) && put(buffer, '>');
-    if (ch == CNTL_BS || ch == CNTL_VT)
-        return putText(buffer, ch == CNTL_BS ? "\\b>" : "\\v>");
-    return fmtCharBuffer(buffer, "\\%3.3o>", ch) >= 0;
+        add(&rendering, ch);
+    else if (ch == CNTL_BS || ch == CNTL_VT)
+        add(&rendering, ch == CNTL_BS ? 'b' : 'v');
+    else
+        addOctal(&rendering, ch);
+    return putClosed(buffer, rendering);
 }
 
 static bool renderDot(CharBuffer *buffer, unsigned) {
@@ -69,34 +100,40 @@ static bool renderBlank(CharBuffer *buffer, unsigned) {
 }
 
 static bool renderOctal(CharBuffer *buffer, unsigned byte) {
-    return fmtCharBuffer(buffer, "<%3.3o>", byte) >= 0;
+    Rendering rendering = opened(0);
+    addOctal(&rendering, byte);
+    return putClosed(buffer, rendering);
 }
 
 static bool renderHex(CharBuffer *buffer, unsigned byte) {
-    return fmtCharBuffer(buffer, "<%2.2x>", byte) >= 0;
+    static constexpr char DIGITS[] = "0123456789abcdef";
+    Rendering rendering = opened(0);
+    add(&rendering, static_cast<unsigned char>(DIGITS[byte >> 4]));
+    add(&rendering, static_cast<unsigned char>(DIGITS[byte & 0xF]));
+    return putClosed(buffer, rendering);
 }
 
 // Delete has both bits of the test and stands raw in its brackets. Kept: callers rely on it.
 static bool renderCaret(CharBuffer *buffer, unsigned byte) {
     const unsigned ch = byte & LOW_BITS;
-    if (!putOpening(buffer, byte))
-        return false;
-    const bool isPlain = (byte & 0x60) != 0;
-    return (isPlain ? put(buffer, ch) : put(buffer, '^') && put(buffer, ch + 0x40)) &&
-           put(buffer, '>');
+    Rendering rendering = opened(byte);
+    if ((byte & 0x60) == 0)
+        add(&rendering, '^');
+    add(&rendering, (byte & 0x60) != 0 ? ch : ch + 0x40);
+    return putClosed(buffer, rendering);
 }
 
 static bool renderName(CharBuffer *buffer, unsigned byte, const char (*names)[4],
                        const char *deleteName) {
     const unsigned ch = byte & LOW_BITS;
-    if (!putOpening(buffer, byte))
-        return false;
+    Rendering rendering = opened(byte);
     // A locale may call other characters unprintable than those that have a name.
-    if (ch == CNTL_DEL)
-        return putText(buffer, deleteName) && put(buffer, '>');
-    if (ch > CNTL_SP || isprint(static_cast<int>(ch)))
-        return put(buffer, ch) && put(buffer, '>');
-    return putText(buffer, names[ch]) && put(buffer, '>');
+    const bool isNamed = ch == CNTL_DEL || (ch <= CNTL_SP && !isprint(static_cast<int>(ch)));
+    if (!isNamed)
+        add(&rendering, ch);
+    for (const char *at = ch == CNTL_DEL ? deleteName : names[ch]; isNamed && *at != '\0'; ++at)
+        add(&rendering, static_cast<unsigned char>(*at));
+    return putClosed(buffer, rendering);
 }
 
 static bool renderLower(CharBuffer *buffer, unsigned byte) {
@@ -165,11 +202,37 @@ static CharBuffer *eraseBackspaces(const char *source, size_t length) {
     return erased;
 }
 
+// Bytes at the front that stand for themselves whatever the locale and the mode: the first is the
+// least of them, "~" the last. Whole blocks, with a loop that the compiler makes a few instructions
+// of.
+static size_t countPlain(const char *source, size_t length, unsigned char first) {
+    constexpr size_t BLOCK = 16;
+    size_t place = 0;
+    for (; length - place >= BLOCK; place += BLOCK) {
+        unsigned char others = 0;
+        for (size_t i = 0; i < BLOCK; ++i) {
+            const auto distance = static_cast<unsigned char>(source[place + i] - first);
+            others |= static_cast<unsigned char>(distance > '~' - first);
+        }
+        if (others != 0)
+            break;
+    }
+    while (place < length && static_cast<unsigned char>(source[place] - first) <= '~' - first)
+        ++place;
+    return place;
+}
+
 static bool putBytes(CharBuffer *buffer, const char *source, size_t length, int32_t flags) {
-    for (size_t place = 0; place < length; ++place)
-        if (!putByte(buffer, static_cast<unsigned char>(source[place]), flags))
+    const unsigned char first = (flags & (CLEAR_WHITE | CLEAR_SPACE)) != 0 ? '!' : ' ';
+    for (size_t place = 0; place < length; ++place) {
+        const size_t plain = countPlain(source + place, length - place, first);
+        if (plain > 0 && !putSpan(buffer, source + place, plain))
             return false;
-    return putText(buffer, nullptr);
+        place += plain;
+        if (place < length && !putByte(buffer, static_cast<unsigned char>(source[place]), flags))
+            return false;
+    }
+    return putStrCharBuffer(buffer, nullptr) != nullptr;
 }
 
 static bool putErased(CharBuffer *buffer, const char *source, size_t length, int32_t flags) {
