@@ -2,9 +2,9 @@
    for, white space are shown in a form of the caller's choice.
 
    The flags are one mode (0 to 15, in CLEAR_MODE_MASK) and any of the other bits. Characters that
-   are graphic in the current locale are copied in every mode; the library sets no locale, and in
-   the default one every byte above 0x7F is rendered. Inside the angle brackets such a byte shows as
-   "-" and its 7-bit part. The worked renderings:
+   are graphic in the current locale, as those of ASCII are in each, are copied in every mode; the
+   library sets no locale, and in the default one every byte above 0x7F is rendered. Inside the
+   angle brackets such a byte shows as "-" and its 7-bit part. The worked renderings:
 
        byte   ESCAPE     OCTAL   HEX    CARET    LOWER     UPPER
        0x01   <\001>     <001>   <01>   <^A>     <soh>     <SOH>

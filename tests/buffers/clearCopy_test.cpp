@@ -1,5 +1,6 @@
-/* Visible renderings: every byte in every mode, then the flags for white space and backspaces, and
- * what is left when nothing could be rendered. */
+/* Visible renderings: every byte in every mode, then the flags for white space and backspaces,
+ * random bytes against a rendering of one byte after the other, and what is left when nothing could
+ * be rendered. */
 #include "buffers/clearCopy.h"
 #include "buffers/cntlchrs.h"
 
@@ -8,8 +9,32 @@
 
 #include <gtest/gtest.h>
 
+#include <cctype>
+#include <cstdio>
 #include <cstring>
+#include <dlfcn.h>
+#include <random>
 #include <string>
+
+// Bytes from here on are graphic, as in the locales of one byte a character.
+static int firstHighGraphic = 0x100;
+
+// The classes of bytes that the library looks up, from -128 to 255: what is compiled with
+// optimisation takes them from the table, the rest asks isgraph.
+extern "C" const unsigned short **__ctype_b_loc() noexcept {
+    static unsigned short classes[384];
+    static const unsigned short *place = classes + 128;
+    static const auto real =
+        reinterpret_cast<const unsigned short **(*)()>(dlsym(RTLD_NEXT, "__ctype_b_loc"));
+    memcpy(classes, *real() - 128, sizeof classes);
+    for (int byte = firstHighGraphic; byte < 0x100; ++byte)
+        classes[128 + byte] |= _ISgraph;
+    return &place;
+}
+
+extern "C" int isgraph(int ch) noexcept {
+    return (*__ctype_b_loc())[ch] & _ISgraph;
+}
 
 namespace {
 
@@ -338,6 +363,147 @@ TEST(ClearCopy, exhaustedMemoryAtEveryByteOfARenderingGivesNullOrTheWhole) {
             }
     EXPECT_GT(refused, 8 * 9);
     EXPECT_LT(refused, 8 * 9 * 24);
+}
+
+// ---- random bytes
+
+std::string octal(unsigned value) {
+    char text[16];
+    snprintf(text, sizeof text, "%3.3o", value);
+    return text;
+}
+
+std::string hex(unsigned value) {
+    char text[16];
+    snprintf(text, sizeof text, "%2.2x", value);
+    return text;
+}
+
+std::string named(unsigned byte, bool isUpper) {
+    static constexpr const char *names[] = {
+        "NUL", "SOH", "STX", "ETX", "EOT", "ENQ", "ACK", "BEL", "BS",  "HT",  "NL",
+        "VT",  "NP",  "CR",  "SO",  "SI",  "DLE", "DCL", "DC2", "DC3", "DC4", "NAK",
+        "SYN", "ETB", "CAN", "EM",  "SUB", "ESC", "FS",  "GS",  "RS",  "US",  "SP"};
+    std::string name = byte == 0x7F ? "DEL" : names[byte];
+    for (char &ch : name)
+        ch = static_cast<char>(isUpper ? ch : tolower(ch));
+    return name;
+}
+
+std::string bracketed(unsigned byte, const std::string &text) {
+    return (byte >= 0x80 ? "<-" : "<") + text + ">";
+}
+
+std::string plainlyInMode(unsigned byte, int32_t mode) {
+    const unsigned ch = byte & 0x7F;
+    const std::string itself(1, static_cast<char>(ch));
+    const bool isPrintable = ch >= ' ' && ch <= '~';
+    switch (mode) {
+    case CLEAR_ESCAPE:
+        return bracketed(byte, isPrintable ? itself
+                               : ch == 8   ? "\\b"
+                               : ch == 11  ? "\\v"
+                                           : "\\" + octal(ch));
+    case CLEAR_DOT:
+        return ".";
+    case CLEAR_BLANK:
+        return " ";
+    case CLEAR_OCTAL:
+        return "<" + octal(byte) + ">";
+    case CLEAR_HEX:
+        return "<" + hex(byte) + ">";
+    case CLEAR_CARET:
+        return bracketed(byte,
+                         ch < 0x20 ? "^" + std::string(1, static_cast<char>(ch + 0x40)) : itself);
+    case CLEAR_LOWER:
+    case CLEAR_UPPER:
+        return bracketed(byte, isPrintable ? itself : named(ch, mode == CLEAR_UPPER));
+    default:
+        return "";
+    }
+}
+
+std::string plainlyWhite(unsigned byte, int32_t mode) {
+    if (mode == CLEAR_ESCAPE || mode == CLEAR_CARET)
+        return byte == ' '    ? "< >"
+               : byte == '\t' ? "<\\t>"
+               : byte == '\n' ? "<\\n>"
+               : byte == '\f' ? "<\\f>"
+                              : "<\\r>";
+    if (mode == CLEAR_LOWER || mode == CLEAR_UPPER)
+        return "<" + named(byte, mode == CLEAR_UPPER) + ">";
+    return plainlyInMode(byte, mode);
+}
+
+std::string plainlyShown(unsigned byte, int32_t flags) {
+    const std::string itself(1, static_cast<char>(byte));
+    const int32_t mode = flags & CLEAR_MODE_MASK;
+    const bool isWhite = (flags & CLEAR_WHITE) != 0;
+    if (isgraph(static_cast<int>(byte)) != 0 || (byte == 8 && (flags & CLEAR_KEEP_BS) != 0))
+        return itself;
+    if (byte == ' ')
+        return isWhite || (flags & CLEAR_SPACE) != 0 ? plainlyWhite(byte, mode) : itself;
+    if (byte == '\t')
+        return isWhite && (flags & CLEAR_TAB) != 0 ? plainlyWhite(byte, mode) : itself;
+    if (byte == '\n' || byte == '\f' || byte == '\r')
+        return (isWhite ? plainlyWhite(byte, mode) : "") +
+               (!isWhite || (flags & CLEAR_KEEP_WHITE) != 0 ? itself : "");
+    return plainlyInMode(byte, mode);
+}
+
+std::string plainlyRendered(std::string bytes, int32_t flags) {
+    if ((flags & CLEAR_BACKSPACE) != 0) {
+        std::string erased;
+        for (const char byte : bytes)
+            if (byte != '\b')
+                erased += byte;
+            else if (!erased.empty())
+                erased.pop_back();
+        bytes = erased;
+    }
+    std::string text;
+    for (const char byte : bytes)
+        text += plainlyShown(static_cast<unsigned char>(byte), flags);
+    return text;
+}
+
+std::string randomBytes(std::mt19937 &random) {
+    const size_t length = random() % 4 != 0 ? random() % 200 : random() % 2000;
+    const unsigned rarity = 1U << random() % 10; // of what is no graphic character
+    std::string bytes;
+    while (bytes.size() < length)
+        bytes += static_cast<char>(random() % rarity == 0 ? random() % 256 : '!' + random() % 94);
+    return bytes;
+}
+
+TEST(ClearCopy, randomBytesShowAsEachOfThemAlone) {
+    std::mt19937 random(20260);
+    for (int round = 0; round < 1000; ++round) {
+        firstHighGraphic = round % 3 == 0 ? 0xA1 : 0x100;
+        const std::string bytes = randomBytes(random);
+        const int32_t flags = static_cast<int32_t>(random() & 0xFFF);
+        const std::string expected = plainlyRendered(bytes, flags);
+        const int32_t increment = 1 + static_cast<int32_t>(random() % 200);
+        CharBuffer *buffer = mkCharBuffer(increment);
+        ASSERT_NE(clearCopyBinaryCharBuffer(buffer, bytes.data(),
+                                            static_cast<uint32_t>(bytes.size()), flags),
+                  nullptr);
+        ASSERT_EQ(std::string(buffer->text, buffer->next), expected) << flags << ' ' << round;
+        ASSERT_EQ(*buffer->next, '\0');
+        ASSERT_EQ(buffer->size, (static_cast<int32_t>(expected.size()) / increment + 1) * increment)
+            << "not the size that growing by single increments reaches";
+        freeCharBuffer(buffer);
+    }
+    firstHighGraphic = 0x100;
+}
+
+// Bytes above ASCII are asked for at every place of a word.
+TEST(ClearCopy, graphicBytesAboveAsciiAreCopied) {
+    firstHighGraphic = 0xA1;
+    for (size_t before = 0; before < 70; ++before)
+        EXPECT_EQ(rendered(std::string(before, 'x') + "\xE4\x81\xFC", CLEAR_UPPER),
+                  std::string(before, 'x') + "\xE4<-SOH>\xFC");
+    firstHighGraphic = 0x100;
 }
 
 } // namespace
