@@ -31,6 +31,8 @@ static constexpr uint32_t INLINE_TYPE = 0;
 static constexpr uint32_t INDIRECT_TYPE = 1;
 static constexpr uint32_t ARRAY_INCREMENT = 10;
 static constexpr uint32_t DEFAULT_TABLE_SIZE = 10;
+static constexpr uint32_t QUICK_SIZE =
+    sizeof(uint64_t); // elements of one to two of these are copied at once
 // Address space is reserved for so many descriptors, and memory given to it as the table grows:
 // growth never moves a descriptor from under a thread that uses it.
 static constexpr uint32_t MAX_DESCRIPTORS = uint32_t{1} << 20;
@@ -62,23 +64,15 @@ struct Locked {
     pthread_mutex_t *mutex_;
 };
 
-// The descriptor of an open array, or null, and the access lock while it is in use.
-struct OpenArray {
-    explicit OpenArray(uint32_t index) : descriptor(arrayCkDescriptor(index)) {}
-    ~OpenArray() {
-        if (descriptor != nullptr)
-            pthread_mutex_unlock(&arrAccessLock);
-    }
-    OpenArray(const OpenArray &) = delete;
-    OpenArray &operator=(const OpenArray &) = delete;
-
-    ArrayDescriptor *const descriptor;
-};
-
 } // namespace
 
 static ArrayDescriptor *loadTable() {
     return __atomic_load_n(&arrDescPtr, __ATOMIC_ACQUIRE);
+}
+
+static bool isUsable(const ArrayDescriptor *table, uint32_t index) {
+    return index < __atomic_load_n(&table->capacity, __ATOMIC_ACQUIRE) &&
+           index < __atomic_load_n(&committed, __ATOMIC_ACQUIRE);
 }
 
 // Descriptors that exist, whatever a damaged table says.
@@ -91,6 +85,35 @@ static uint32_t usableCapacity(const ArrayDescriptor *table) {
 static bool isOpen(const ArrayDescriptor *descriptor) {
     return __atomic_load_n(&descriptor->increment, __ATOMIC_ACQUIRE) != 0;
 }
+
+// arrayCkDescriptor itself, which is called through an address.
+static inline ArrayDescriptor *lockOpen(uint32_t index) {
+    ArrayDescriptor *table = loadTable();
+    if (table == nullptr)
+        return nullptr;
+    pthread_mutex_lock(&arrAccessLock);
+    if (index != 0 && isUsable(table, index) && isOpen(table + index)) [[likely]]
+        return table + index;
+    pthread_mutex_unlock(&arrAccessLock);
+    return nullptr;
+}
+
+namespace {
+
+// The descriptor of an open array, or null, and the access lock while it is in use.
+struct OpenArray {
+    explicit OpenArray(uint32_t index) : descriptor(lockOpen(index)) {}
+    ~OpenArray() {
+        if (descriptor != nullptr)
+            pthread_mutex_unlock(&arrAccessLock);
+    }
+    OpenArray(const OpenArray &) = delete;
+    OpenArray &operator=(const OpenArray &) = delete;
+
+    ArrayDescriptor *const descriptor;
+};
+
+} // namespace
 
 // Gives memory to the first so many descriptors, in whole pages.
 static bool commit(ArrayDescriptor *table, uint64_t capacity) {
@@ -227,14 +250,7 @@ uint32_t arrayOpen(uint32_t type, uint32_t elemSize) {
 }
 
 ArrayDescriptor *arrayCkDescriptor(uint32_t index) {
-    ArrayDescriptor *table = loadTable();
-    if (table == nullptr)
-        return nullptr;
-    pthread_mutex_lock(&arrAccessLock);
-    if (static_cast<int32_t>(index) > 0 && index < usableCapacity(table) && isOpen(table + index))
-        return table + index;
-    pthread_mutex_unlock(&arrAccessLock);
-    return nullptr;
+    return lockOpen(index);
 }
 
 ArrayDescriptor *arrayValidDescriptor(uint32_t index) {
@@ -329,13 +345,39 @@ static void *putIndirect(ArrayDescriptor *descriptor, const void *source, uint32
     return element == nullptr ? nullptr : countPut(descriptor, element);
 }
 
-void *arrayPut(uint32_t index, const void *source) {
-    const OpenArray array(index);
-    ArrayDescriptor *descriptor = array.descriptor;
-    if (descriptor == nullptr || descriptor->elemSize == 0)
+// Whether the element is a small one of an inline array that has room for it.
+static inline bool isQuick(const ArrayDescriptor *descriptor) {
+    return descriptor->elemSize - QUICK_SIZE <= QUICK_SIZE && descriptor->type == INLINE_TYPE &&
+           descriptor->count < descriptor->capacity;
+}
+
+// What putInline does with such an element, in a few instructions: all of it is read before any is
+// written, since the two may overlap.
+static inline void *putQuick(ArrayDescriptor *descriptor, const void *source) {
+    const size_t size = descriptor->elemSize;
+    char *element = static_cast<char *>(descriptor->storage) + descriptor->count * size;
+    uint64_t first, last;
+    memcpy(&first, source, QUICK_SIZE);
+    memcpy(&last, static_cast<const char *>(source) + size - QUICK_SIZE, QUICK_SIZE);
+    memcpy(element, &first, QUICK_SIZE);
+    memcpy(element + size - QUICK_SIZE, &last, QUICK_SIZE);
+    return countPut(descriptor, element);
+}
+
+// As arrayPut, of an open array.
+[[gnu::noinline]] static void *putAny(ArrayDescriptor *descriptor, const void *source) {
+    if (descriptor->elemSize == 0)
         return nullptr;
     return descriptor->type == INDIRECT_TYPE ? putIndirect(descriptor, source, descriptor->elemSize)
                                              : putInline(descriptor, source);
+}
+
+void *arrayPut(uint32_t index, const void *source) {
+    const OpenArray array(index);
+    if (array.descriptor == nullptr)
+        return nullptr;
+    return source != nullptr && isQuick(array.descriptor) ? putQuick(array.descriptor, source)
+                                                          : putAny(array.descriptor, source);
 }
 
 void *arrayVPut(uint32_t index, const void *source, uint32_t size) {

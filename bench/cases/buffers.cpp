@@ -94,10 +94,10 @@ struct Element {
     int32_t word[4];
 };
 
-// Deleted and put again, so that the array stays as it is.
+// The count is set back each time, so that the array stays as it is.
 void putElement(benchmark::State &state) {
     arrayInit(16);
-    const uint32_t array = arrayOpen(1, sizeof(Element));
+    const uint32_t array = arrayOpen(0, sizeof(Element));
     const Element element = {{1, 2, 3, 4}};
     for (auto _ : state) {
         benchmark::DoNotOptimize(arrayPut(array, &element));

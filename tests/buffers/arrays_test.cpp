@@ -13,6 +13,7 @@
 #include <csignal>
 #include <cstring>
 #include <malloc.h>
+#include <random>
 #include <string>
 #include <sys/mman.h>
 #include <sys/syscall.h>
@@ -505,6 +506,42 @@ ISOLATED(InlineArray, isNoArrayOfElementsOfTheirOwnSize) {
     EXPECT_EQ(entry(index).capacity, 0U);
 }
 
+// Puts of every source there may be: a text, nothing, bytes of the storage (the slot's own, too).
+void putRandomly(uint32_t array, uint32_t size, std::mt19937 &random) {
+    std::string list; // what the storage holds
+    for (uint32_t count = 0; count < 35; ++count) {
+        std::string text(size, '\0');
+        for (char &ch : text)
+            ch = static_cast<char>(random());
+        const void *source = text.data();
+        const uint32_t bytes = entry(array).capacity * size;
+        if (random() % 4 == 0) {
+            source = nullptr;
+            text.assign(size, '\0');
+        } else if (bytes > 0 && random() % 2 == 0) {
+            const size_t place = random() % (bytes - size + 1);
+            source = static_cast<const char *>(entry(array).storage) + place;
+            text.assign(static_cast<const char *>(source), size);
+        }
+        const char *put = static_cast<const char *>(arrayPut(array, source));
+        list += text;
+        ASSERT_EQ(put, static_cast<const char *>(entry(array).storage) + count * size);
+        ASSERT_EQ(std::string(put - count * size, list.size()), list) << size << ' ' << count;
+    }
+    EXPECT_EQ(entry(array).capacity, 40U);
+    EXPECT_EQ(entry(array).changes, 35U);
+}
+
+ISOLATED(InlineArray, elementsOfEverySizeAndSourceArePutWhole) {
+    std::mt19937 random(20261);
+    for (uint32_t size = 1; size <= 40; ++size)
+        for (int round = 0; round < 10; ++round) {
+            const uint32_t array = arrayOpen(INLINE_ARRAY, size);
+            putRandomly(array, size, random);
+            arrayClose(array);
+        }
+}
+
 ISOLATED(IndirectArray, growsWithTheTenthElementToKeepTheEndMark) {
     const uint32_t index = arrayOpen(INDIRECT_ARRAY, 2);
     for (uint32_t place = 0; place < 9; ++place) {
@@ -521,6 +558,20 @@ ISOLATED(IndirectArray, growsWithTheTenthElementToKeepTheEndMark) {
     EXPECT_STREQ(static_cast<char *>(textAt(index, 9)), "y");
     EXPECT_EQ(entry(index).changes, 10U);
     EXPECT_EQ(arrayClose(index), 0);
+}
+
+ISOLATED(IndirectArray, elementsOfEverySizeArePutWhole) {
+    for (uint32_t size = 1; size <= 40; ++size) {
+        const uint32_t array = arrayOpen(INDIRECT_ARRAY, size);
+        for (uint32_t count = 0; count < 25; ++count) {
+            const std::string text(size, static_cast<char>('a' + count));
+            const char *put = static_cast<const char *>(arrayPut(array, text.data()));
+            ASSERT_EQ(textAt(array, count), put);
+            ASSERT_EQ(textAt(array, count + 1), nullptr);
+            ASSERT_EQ(std::string(put, size), text) << size << ' ' << count;
+        }
+        arrayClose(array);
+    }
 }
 
 ISOLATED(IndirectArray, elementsOfTheirOwnSize) {
