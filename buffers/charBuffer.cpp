@@ -1,3 +1,4 @@
+#define QN_NO_APPENDS_IN_PLACE // they are defined here
 #include "charBuffer.h"
 
 #include "../core/mkcopy.h"
@@ -72,7 +73,9 @@ bool reserveCharBuffer(CharBuffer *buffer, uint64_t bytes) {
     if (needed <= size)
         return true;
     const uint64_t step = growthStep(buffer);
-    return growTo(buffer, size + (needed - size + step - 1) / step * step);
+    // Mostly one step: a division costs more than the rest.
+    const uint64_t steps = needed - size <= step ? 1 : (needed - size + step - 1) / step;
+    return growTo(buffer, size + steps * step);
 }
 
 // What fputCharBuffer does, with a result that no character can be mistaken for.
@@ -89,10 +92,7 @@ int fputCharBuffer(CharBuffer *buffer, char ch) {
     return static_cast<signed char>(ch);
 }
 
-char *putStrCharBuffer(CharBuffer *buffer, const char *text) {
-    if (buffer == nullptr)
-        return nullptr;
-    const size_t count = text == nullptr ? 0 : strlen(text);
+static char *appendText(CharBuffer *buffer, const char *text, size_t count) {
     if (!reserveCharBuffer(buffer, uint64_t{count} + 1))
         return nullptr;
     if (count > 0)
@@ -100,6 +100,11 @@ char *putStrCharBuffer(CharBuffer *buffer, const char *text) {
     buffer->next += count;
     *buffer->next = '\0';
     return buffer->text;
+}
+
+char *putStrCharBuffer(CharBuffer *buffer, const char *text) {
+    return buffer == nullptr ? nullptr
+                             : appendText(buffer, text, text == nullptr ? 0 : strlen(text));
 }
 
 int removeLastCharBufferChar(CharBuffer *buffer) {
@@ -116,7 +121,8 @@ static bool fillTo(CharBuffer *buffer, int32_t index, uint64_t following) {
     const size_t gap = static_cast<size_t>(index - contentLength(buffer));
     if (!reserveCharBuffer(buffer, gap + following))
         return false;
-    memset(buffer->next, 0, gap);
+    if (gap > 0)
+        memset(buffer->next, 0, gap);
     buffer->next += gap;
     return true;
 }
@@ -152,7 +158,7 @@ char *insertStrIntoCharBuffer(CharBuffer *buffer, const char *text, int32_t inde
         return buffer->text;
     const size_t count = strlen(text);
     if (contentLength(buffer) <= index)
-        return fillTo(buffer, index, uint64_t{count} + 1) ? putStrCharBuffer(buffer, text)
+        return fillTo(buffer, index, uint64_t{count} + 1) ? appendText(buffer, text, count)
                                                           : nullptr;
     if (!openGap(buffer, index, count))
         return nullptr;

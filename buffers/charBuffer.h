@@ -16,6 +16,7 @@
 #ifndef QUARNEL_BUFFERS_CHARBUFFER_H
 #define QUARNEL_BUFFERS_CHARBUFFER_H
 
+#include <stddef.h>
 #include <stdint.h>
 
 #include "../core/export.h"
@@ -70,6 +71,42 @@ QN_API int removeLastCharBufferChar(CharBuffer *buffer);
    when memory is exhausted. */
 QN_API char *insertChrIntoCharBuffer(CharBuffer *buffer, char ch, int32_t index);
 QN_API char *insertStrIntoCharBuffer(CharBuffer *buffer, const char *text, int32_t index);
+
+/* The two appends once more, for callers that are compiled with optimisation: where there is room
+   they are made in place, without a call. What takes their address gets the library's. */
+#if defined __GNUC__ && defined __OPTIMIZE__ && !defined QN_NO_APPENDS_IN_PLACE
+
+extern __inline __attribute__((__gnu_inline__)) int fputCharBuffer(CharBuffer *buffer, char ch) {
+    const signed char stored = ch;
+    if (!buffer)
+        return -1;
+    if (__builtin_expect(buffer->next >= buffer->limit, 0) && !expandCharBuffer(buffer))
+        return -1;
+    *buffer->next++ = ch;
+    return stored;
+}
+
+extern __inline __attribute__((__gnu_inline__)) char *putStrCharBuffer(CharBuffer *buffer,
+                                                                       const char *text) {
+    const ptrdiff_t count = text ? (ptrdiff_t)__builtin_strlen(text) : 0;
+    char *place;
+    if (!buffer)
+        return NULL;
+    if (__builtin_expect(buffer->limit - buffer->next <= count, 0)) {
+        if (count > 0) /* at the content's end an insertion appends */
+            return insertStrIntoCharBuffer(buffer, text, (int32_t)(buffer->next - buffer->text));
+        if (!expandCharBuffer(buffer))
+            return NULL;
+    }
+    place = buffer->next;
+    buffer->next = place + count;
+    if (count > 0)
+        __builtin_memcpy(place, text, (size_t)count);
+    place[count] = '\0';
+    return buffer->text;
+}
+
+#endif
 
 #ifdef __cplusplus
 }
