@@ -2,6 +2,7 @@
 
 #include "../buffers/arrays.h"
 #include "../buffers/charBuffer.h"
+#include "../buffers/charBufferRoom.h"
 #include "../core/mkcopy.h"
 #include "../options/options.h"
 #include "../options/lineReader.h"
@@ -153,7 +154,7 @@ static ClipEntry *entryAt(const ArrayDescriptor *entries, uint32_t position) {
 static bool hasName(const ClipEntry *entry, const char *name) {
     if (name == nullptr || entry->name == nullptr)
         return name == entry->name;
-    return strcmp(entry->name, name) == 0;
+    return *entry->name == *name && strcmp(entry->name, name) == 0;
 }
 
 ClipEntry *getClipEntry(Clipboard *clipboard, const char *name) {
@@ -413,15 +414,57 @@ static bool putText(CharBuffer *out, const char *text) {
     return putStrCharBuffer(out, text) != nullptr;
 }
 
-static bool putQuoted(CharBuffer *out, const char *text) {
-    if (strpbrk(text, QUOTED_CHARACTERS) == nullptr)
-        return putText(out, text);
-    bool whole = putText(out, "\"");
-    for (; whole && *text != '\0'; ++text) {
-        const char escaped[] = {'\\', *text, '\0'};
-        whole = putText(out, *text == '"' || *text == '\\' ? escaped : escaped + 1);
+namespace {
+
+// What writing a value takes.
+struct Quoting {
+    size_t length = 0;
+    size_t escapes = 0; // characters that a backslash goes before
+    bool isQuoted = false;
+
+    explicit Quoting(const char *text);
+};
+
+// Whether each byte is one of a text.
+struct ByteSet {
+    bool has[256] = {};
+    constexpr explicit ByteSet(const char *text) {
+        for (; *text != '\0'; ++text)
+            has[static_cast<unsigned char>(*text)] = true;
     }
-    return whole && putText(out, "\"");
+};
+
+} // namespace
+
+static bool isEscaped(char ch) {
+    return ch == '"' || ch == '\\';
+}
+
+Quoting::Quoting(const char *text) {
+    static constexpr ByteSet QUOTED(QUOTED_CHARACTERS);
+    for (; text[length] != '\0'; ++length) {
+        isQuoted |= QUOTED.has[static_cast<unsigned char>(text[length])];
+        escapes += isEscaped(text[length]) ? 1U : 0U;
+    }
+}
+
+static bool putQuoted(CharBuffer *out, const char *text) {
+    const Quoting quoting(text);
+    if (!quoting.isQuoted)
+        return putText(out, text);
+    if (!reserveCharBuffer(out, uint64_t{quoting.length} + quoting.escapes + 3))
+        return false;
+    char *next = out->next;
+    *next++ = '"';
+    for (; *text != '\0'; ++text) {
+        if (isEscaped(*text))
+            *next++ = '\\';
+        *next++ = *text;
+    }
+    *next++ = '"';
+    *next = '\0';
+    out->next = next;
+    return true;
 }
 
 int quotePuts(const char *text, FILE *stream) {
