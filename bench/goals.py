@@ -21,6 +21,7 @@ GOALS = [
     ("clearCopy of 1 KiB, 10 % control bytes", "clearCopyControls", "g_strescape", "g_strescape", 0.6, "buffers"),
     ("clearCopy of 1 KiB, 10 % control bytes", "clearCopyControls", "strvis", "strvis", 0.05, "buffers"),
     ("clipboard: open, load, change, close, 100 entries", "clipboard", "stdio", "lock, read, rewrite the same bytes with stdio", 1.5, "clipboard"),
+    ("clipboard: open, load, change, close, 100 entries", "clipboard", "copies", "the same, each text copied into a block of its own", 1.5, "clipboard"),
     ("readLine over 10 MB", "readLine", "getline", "getline(3)", 1.2, "text"),
     ("readQuotedLine over 10 MB", "readQuotedLine", "readLine/getline", "getline(3)", 2.0, "text"),
     ("shellVariable of a plain word", "shellVariablePlain", "wordexp", "wordexp", 0.5, "text"),

@@ -174,14 +174,17 @@ char *findClipEntryValue(Clipboard *clipboard, const char *name) {
     return entry == nullptr ? nullptr : entry->value;
 }
 
+// A text that there is; false when it cannot be copied.
+static bool copyText(char **copy, const char *text) {
+    return text == nullptr || (*copy = mkcopy(text)) != nullptr;
+}
+
 // Copies the four texts; false, nothing kept, when one cannot be copied.
 static bool copyTexts(ClipEntry *copy, const char *comment, const char *name, const char *value,
                       const char *trailer) {
-    *copy = {mkcopy(comment), mkcopy(name), mkcopy(value), mkcopy(trailer)};
-    const bool whole = (comment == nullptr) == (copy->comment == nullptr) &&
-                       (name == nullptr) == (copy->name == nullptr) &&
-                       (value == nullptr) == (copy->value == nullptr) &&
-                       (trailer == nullptr) == (copy->trailer == nullptr);
+    *copy = {};
+    const bool whole = copyText(&copy->comment, comment) && copyText(&copy->name, name) &&
+                       copyText(&copy->value, value) && copyText(&copy->trailer, trailer);
     if (!whole)
         freeTexts(copy);
     return whole;
@@ -409,11 +412,6 @@ uint32_t getClipboard(Clipboard *clipboard) {
 
 // ---- writing ----
 
-// False when memory ran out on the way.
-static bool putText(CharBuffer *out, const char *text) {
-    return putStrCharBuffer(out, text) != nullptr;
-}
-
 namespace {
 
 // What writing a value takes.
@@ -423,69 +421,95 @@ struct Quoting {
     bool isQuoted = false;
 
     explicit Quoting(const char *text);
+    size_t written() const { return isQuoted ? length + escapes + 2 : length; }
 };
 
-// Whether each byte is one of a text.
-struct ByteSet {
-    bool has[256] = {};
-    constexpr explicit ByteSet(const char *text) {
-        for (; *text != '\0'; ++text)
-            has[static_cast<unsigned char>(*text)] = true;
+// What each character of a value asks for.
+enum : uint8_t { ESCAPED = 1, QUOTED = 2, END = 4 };
+struct CharacterTable {
+    uint8_t of[256] = {};
+    constexpr CharacterTable() {
+        for (const char ch : QUOTED_CHARACTERS)
+            of[static_cast<unsigned char>(ch)] = QUOTED;
+        of[static_cast<unsigned char>('"')] = QUOTED | ESCAPED;
+        of[static_cast<unsigned char>('\\')] = ESCAPED;
+        of[0] = END;
     }
 };
 
 } // namespace
 
-static bool isEscaped(char ch) {
-    return ch == '"' || ch == '\\';
+static constexpr CharacterTable CHARACTERS;
+
+static unsigned characterOf(char ch) {
+    return CHARACTERS.of[static_cast<unsigned char>(ch)];
 }
 
 Quoting::Quoting(const char *text) {
-    static constexpr ByteSet QUOTED(QUOTED_CHARACTERS);
-    for (; text[length] != '\0'; ++length) {
-        isQuoted |= QUOTED.has[static_cast<unsigned char>(text[length])];
-        escapes += isEscaped(text[length]) ? 1U : 0U;
+    unsigned seen = 0;
+    for (unsigned what; ((what = characterOf(text[length])) & END) == 0; ++length) {
+        seen |= what;
+        escapes += what & ESCAPED;
     }
+    isQuoted = (seen & QUOTED) != 0;
 }
 
-static bool putQuoted(CharBuffer *out, const char *text) {
-    const Quoting quoting(text);
+// Where there is room for them; both return the end.
+static char *copyTo(char *place, const char *text, size_t length) {
+    if (length > 0)
+        memcpy(place, text, length);
+    return place + length;
+}
+
+static char *quoteTo(char *place, const char *text, const Quoting &quoting) {
     if (!quoting.isQuoted)
-        return putText(out, text);
-    if (!reserveCharBuffer(out, uint64_t{quoting.length} + quoting.escapes + 3))
-        return false;
-    char *next = out->next;
-    *next++ = '"';
+        return copyTo(place, text, quoting.length);
+    *place++ = '"';
     for (; *text != '\0'; ++text) {
-        if (isEscaped(*text))
-            *next++ = '\\';
-        *next++ = *text;
+        if ((characterOf(*text) & ESCAPED) != 0)
+            *place++ = '\\';
+        *place++ = *text;
     }
-    *next++ = '"';
-    *next = '\0';
-    out->next = next;
-    return true;
+    *place++ = '"';
+    return place;
 }
 
 int quotePuts(const char *text, FILE *stream) {
     if (text == nullptr || stream == nullptr)
         return 0;
-    CharBuffer *quoted = mkCharBuffer(0);
+    const Quoting quoting(text);
+    char *quoted = static_cast<char *>(malloc(quoting.written() + 1));
     if (quoted == nullptr)
         return 0;
-    const bool whole = putQuoted(quoted, text) && fputs(quoted->text, stream) != EOF;
-    freeCharBuffer(quoted);
+    *quoteTo(quoted, text, quoting) = '\0';
+    const bool whole = fputs(quoted, stream) != EOF;
+    free(quoted);
     return whole && ferror(stream) == 0 ? 1 : 0;
 }
 
+static size_t lengthOf(const char *text) {
+    return text == nullptr ? 0 : strlen(text);
+}
+
+// False when memory ran out.
 static bool putEntry(CharBuffer *out, const ClipEntry *entry) {
-    if (!putText(out, entry->comment))
+    const size_t comment = lengthOf(entry->comment), name = lengthOf(entry->name);
+    const size_t trailer = lengthOf(entry->trailer);
+    const char *value = entry->value == nullptr ? "" : entry->value;
+    const Quoting quoting(value);
+    // With "=" and the new-line.
+    if (!reserveCharBuffer(out, uint64_t{comment} + name + quoting.written() + trailer + 2))
         return false;
-    if (entry->name == nullptr)
-        return true;
-    return putText(out, entry->name) && putText(out, "=") &&
-           (entry->value == nullptr || putQuoted(out, entry->value)) &&
-           putText(out, entry->trailer) && putText(out, "\n");
+    char *place = copyTo(out->next, entry->comment, comment);
+    if (entry->name != nullptr) {
+        place = copyTo(place, entry->name, name);
+        *place++ = '=';
+        place = quoteTo(place, value, quoting);
+        place = copyTo(place, entry->trailer, trailer);
+        *place++ = '\n';
+    }
+    out->next = place;
+    return true;
 }
 
 // The new text of the file, whole before the file is touched.

@@ -1217,10 +1217,10 @@ TEST(Clipboard, exhaustedMemoryInAnyPartOfALongEntryLeavesTheFileAsItWas) {
             "#" + filler.substr(0, 4060 + length - 4) + "\nNAME='a \"b' # trailer\nEND=\n";
         const std::string after =
             "#" + filler.substr(0, 4060 + length - 4) + "\nNAME=\"a \\\"b\" # trailer\nEND=\n";
-        for (int successes = 3; successes < 5; ++successes) {
+        int32_t written = -1;
+        for (int successes = 0; written == -1 && successes < 20; ++successes) {
             Clipboard *clipboard = test.load(before);
             addClipboardFlags(clipboard, CLIP_MODIFIED);
-            int32_t written;
             {
                 const FailingAlloc failing(successes);
                 written = closeClipboard(clipboard);
@@ -1228,8 +1228,9 @@ TEST(Clipboard, exhaustedMemoryInAnyPartOfALongEntryLeavesTheFileAsItWas) {
             failures += written == -1 ? 1 : 0;
             EXPECT_EQ(test.content(), written == -1 ? before : after) << length;
         }
+        EXPECT_EQ(written, 2) << length;
     }
-    EXPECT_GT(failures, 10);
+    EXPECT_GT(failures, 24 * 3);
 }
 
 TEST(Clipboard, fileThatMayNotShrinkIsNotANewClipboard) {
@@ -1286,7 +1287,7 @@ TEST(QuotePuts, exhaustedMemoryWritesNothing) {
         EXPECT_EQ(ftell(stream), result == 0 ? 0 : static_cast<long>(text.size() + 2));
         fclose(stream);
     }
-    EXPECT_GT(failures, 1);
+    EXPECT_GT(failures, 0);
     EXPECT_LT(failures, 10);
 }
 
