@@ -37,6 +37,13 @@ static const char *skipBlanks(const char *text) {
     return text;
 }
 
+// Copies to where there is room; returns the end.
+static char *copyTo(char *place, const char *text, size_t length) {
+    if (length > 0)
+        memcpy(place, text, length);
+    return place + length;
+}
+
 static void freeTexts(ClipEntry *entry) {
     freecopy(entry->comment);
     freecopy(entry->name);
@@ -358,7 +365,80 @@ static bool loadEntry(const Clipboard *clipboard, PendingComment &pending, const
     return putOrFree(clipboard, &entry);
 }
 
-static bool loadLine(const Clipboard *clipboard, const char *line, PendingComment &pending) {
+namespace {
+
+// A line that is a single assignment, the value plain or in double quotes as a whole: what most
+// lines are, and what this file writes.
+struct SimpleLine {
+    const char *name, *value;
+    size_t nameLength, valueLength;
+
+    bool cut(const char *line);
+};
+
+// What a byte may be in a simple line. Bytes above ASCII are left to the locale.
+enum : uint8_t { IN_NAME = 1, IN_VALUE = 2, IN_QUOTES = 4 };
+struct SimpleBytes {
+    uint8_t of[256] = {};
+    constexpr SimpleBytes() {
+        for (unsigned byte = 1; byte < 256; ++byte) {
+            const bool isDigit = byte >= '0' && byte <= '9';
+            const bool isLetter = (byte | 0x20) >= 'a' && (byte | 0x20) <= 'z';
+            of[byte] = isDigit || isLetter || byte == '_' ? IN_NAME | IN_VALUE | IN_QUOTES
+                       : byte > ' ' && byte <= '~'        ? IN_VALUE | IN_QUOTES
+                                                          : IN_QUOTES;
+        }
+        of[u8'"'] = of[u8'\\'] = 0;
+        of[u8'\''] = of[u8'`'] = of[u8'#'] = of[u8';'] = IN_QUOTES;
+    }
+};
+
+} // namespace
+
+static size_t lengthOfRun(const char *text, unsigned kind) {
+    static constexpr SimpleBytes BYTES;
+    size_t length = 0;
+    while ((BYTES.of[static_cast<unsigned char>(text[length])] & kind) != 0)
+        ++length;
+    return length;
+}
+
+bool SimpleLine::cut(const char *line) {
+    name = line;
+    nameLength = lengthOfRun(name, IN_NAME);
+    if (nameLength == 0 || (*name >= '0' && *name <= '9') || name[nameLength] != '=')
+        return false;
+    value = name + nameLength + 1;
+    if (*value != '"') {
+        valueLength = lengthOfRun(value, IN_VALUE);
+        return valueLength > 0 && value[valueLength] == '\0';
+    }
+    ++value;
+    valueLength = lengthOfRun(value, IN_QUOTES);
+    return value[valueLength] == '"' && value[valueLength + 1] == '\0';
+}
+
+static char *copySpan(const char *text, size_t length) {
+    char *copy = static_cast<char *>(malloc(length + 1));
+    if (copy != nullptr)
+        *copyTo(copy, text, length) = '\0';
+    return copy;
+}
+
+static bool loadSimple(const Clipboard *clipboard, const SimpleLine &line,
+                       PendingComment &pending) {
+    ClipEntry entry = {nullptr, copySpan(line.name, line.nameLength),
+                       copySpan(line.value, line.valueLength), nullptr};
+    if (entry.name == nullptr || entry.value == nullptr) {
+        freeTexts(&entry);
+        return false;
+    }
+    entry.comment = pending.take();
+    return putOrFree(clipboard, &entry);
+}
+
+// As parseXeqY cuts a line, of any kind.
+static bool loadStatements(const Clipboard *clipboard, const char *line, PendingComment &pending) {
     char *name, *value, *rest;
     errno = 0; // tells exhausted memory from a line that is no assignment
     while (line != nullptr && parseXeqY(0, 0, line, &name, &value, &rest) != 0) {
@@ -368,6 +448,12 @@ static bool loadLine(const Clipboard *clipboard, const char *line, PendingCommen
         errno = 0;
     }
     return errno != ENOMEM;
+}
+
+static bool loadLine(const Clipboard *clipboard, const char *line, PendingComment &pending) {
+    SimpleLine simple;
+    return simple.cut(line) ? loadSimple(clipboard, simple, pending)
+                            : loadStatements(clipboard, line, pending);
 }
 
 static bool isCommentLine(const char *line) {
@@ -431,8 +517,8 @@ struct CharacterTable {
     constexpr CharacterTable() {
         for (const char ch : QUOTED_CHARACTERS)
             of[static_cast<unsigned char>(ch)] = QUOTED;
-        of[static_cast<unsigned char>('"')] = QUOTED | ESCAPED;
-        of[static_cast<unsigned char>('\\')] = ESCAPED;
+        of[u8'"'] = QUOTED | ESCAPED;
+        of[u8'\\'] = ESCAPED;
         of[0] = END;
     }
 };
@@ -454,13 +540,7 @@ Quoting::Quoting(const char *text) {
     isQuoted = (seen & QUOTED) != 0;
 }
 
-// Where there is room for them; both return the end.
-static char *copyTo(char *place, const char *text, size_t length) {
-    if (length > 0)
-        memcpy(place, text, length);
-    return place + length;
-}
-
+// Where there is room for it; returns the end.
 static char *quoteTo(char *place, const char *text, const Quoting &quoting) {
     if (!quoting.isQuoted)
         return copyTo(place, text, quoting.length);

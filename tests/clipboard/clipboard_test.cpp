@@ -4,6 +4,7 @@
 
 #include "buffers/arrays.h"
 #include "core/mkcopy.h"
+#include "options/options.h"
 #include "options/readInfo.h"
 #include "support/childProcess.h"
 #include "support/failingAlloc.h"
@@ -23,6 +24,7 @@
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
+#include <vector>
 
 // While positive, this many times a path names no file for who asks about it.
 static int statsToFail;
@@ -1316,6 +1318,74 @@ TEST(QuotePuts, earlierErrorOfTheStreamGivesZero) {
     EXPECT_EQ(fflush(stream), EOF);
     EXPECT_EQ(quotePuts("text", stream), 0);
     fclose(stream);
+}
+
+// ---- lines of every shape
+
+std::string shownText(const char *text) {
+    return text == nullptr ? "-" : std::string("[") + text + "]";
+}
+
+// What parseXeqY makes of the line, as the format of the file tells.
+std::string parsed(const std::string &text) {
+    std::string entries, line = text;
+    char *name, *value, *rest;
+    while (parseXeqY(0, 0, line.c_str(), &name, &value, &rest) != 0) {
+        std::string behind = rest == nullptr ? "" : rest;
+        const std::string kept = shownText(rest);
+        entries += shownText(name) + shownText(value);
+        const size_t sign = behind.find_first_not_of(" \t");
+        const size_t next =
+            sign == std::string::npos ? sign : behind.find_first_not_of(" \t", sign + 1);
+        const bool goesOn = sign != std::string::npos && behind[sign] == ';' &&
+                            (next == std::string::npos || behind[next] != '#');
+        entries += (goesOn ? "-" : kept) + "\n";
+        if (!goesOn)
+            break;
+        line = next == std::string::npos ? "" : behind.substr(next);
+    }
+    return entries;
+}
+
+std::string loadedFrom(Case &test, const std::string &text) {
+    Clipboard *clipboard = test.load(text);
+    std::string entries;
+    for (uint32_t position = 0; position < entriesOf(clipboard).count; ++position) {
+        const ClipEntry &entry = entryAt(clipboard, position);
+        entries += shownText(entry.name) + shownText(entry.value) + shownText(entry.trailer) + "\n";
+    }
+    closeClipboard(clipboard);
+    return entries;
+}
+
+// Of pieces that leave no quote open, so that it is a line of its own.
+std::string randomLine(std::mt19937 &random) {
+    static const std::vector<std::string> names = {"a", "NAME", "_x9",  "9",
+                                                   "",  "a-b",  "\xE4", " b"};
+    static const std::vector<std::string> pieces = {
+        "plain",    "/a:b,c",     "$HOME",    "9",     "=",    "\"two words\"", "\"\"",
+        "\"#;'`\"", "\"a\\\"b\"", "'single'", "`cmd`", "\\\"", "\\a",           "\\ ",
+        " ",        "\t",         "\v",       "#",     ";",    "; x=y",         "\xE4",
+        "\"\xE4\"", "\x7F",       "~",        "\xA0",  "\x01"};
+    std::string line = names[random() % names.size()] + (random() % 8 != 0 ? "=" : " = ");
+    for (size_t count = random() % 4; count > 0; --count)
+        line += pieces[random() % pieces.size()];
+    return line;
+}
+
+TEST(Clipboard, randomLinesAreLoadedAsTheOptionsFilesHaveThem) {
+    Case test;
+    std::mt19937 random(20264);
+    for (int round = 0; round < 20; ++round) {
+        std::string lines, expected;
+        for (int count = 0; count < 200; ++count) {
+            const std::string line = randomLine(random);
+            lines += line + "\n";
+            expected += parsed(line);
+        }
+        ASSERT_EQ(loadedFrom(test, lines), expected);
+        EXPECT_GT(expected.size(), 500U);
+    }
 }
 
 } // namespace
