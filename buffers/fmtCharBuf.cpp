@@ -1,6 +1,7 @@
 #include "fmtCharBuf.h"
 
 #include "../core/staticObj.h"
+#include "simpleFormat.h"
 
 #include <float.h>
 #include <limits.h>
@@ -296,6 +297,11 @@ int32_t vfmtCharBuffer(CharBuffer *buffer, const char *format, va_list args) {
         return -1;
     if (format == nullptr)
         format = "";
+    const int32_t simple = formatSimply(buffer->next, buffer->limit - buffer->next, format, args);
+    if (simple >= 0) {
+        buffer->next += simple;
+        return simple;
+    }
     if (!reserve(buffer, formatBound(format, args)))
         return -1;
     int count = formatAtNext(buffer, format, args);
