@@ -1,6 +1,7 @@
 #include "ipcComm.h"
 
 #include "../clock/clockState.h"
+#include "ipcSendBy.h"
 #include "staticObj.h"
 
 #include <ctype.h>
@@ -186,8 +187,12 @@ static bool ensureCapacityFor(IpcChannel *channel, size_t length, const char **t
 /* ---- sending ---- */
 
 static size_t formatHeader(char *header, size_t length) {
-    if (length <= SHORT_FORM_MAX)
-        return static_cast<size_t>(snprintf(header, HEADER_ROOM, "%.3zu", length));
+    if (length <= SHORT_FORM_MAX) {
+        header[0] = static_cast<char>('0' + length / 100);
+        header[1] = static_cast<char>('0' + length / 10 % 10);
+        header[2] = static_cast<char>('0' + length % 10);
+        return HEADER_SIZE;
+    }
     int digits = 0;
     for (size_t rest = length; rest != 0; rest /= 10)
         ++digits;
@@ -195,6 +200,10 @@ static size_t formatHeader(char *header, size_t length) {
 }
 
 int32_t ipcSend(IpcChannel *channel, const char *message) {
+    return ipcSendBy(channel, message, write);
+}
+
+int32_t ipcSendBy(IpcChannel *channel, const char *message, IpcWriteFunction writeOut) {
     if (channel == nullptr || message == nullptr) {
         errno = EINVAL;
         return -1;
@@ -213,7 +222,7 @@ int32_t ipcSend(IpcChannel *channel, const char *message) {
     memmove(channel->buffer + headerSize, message, length + 1);
     memcpy(channel->buffer, header, headerSize);
     const size_t size = headerSize + length;
-    const ssize_t written = write(channel->fd, channel->buffer, size);
+    const ssize_t written = writeOut(channel->fd, channel->buffer, size);
     return written == static_cast<ssize_t>(size) ? static_cast<int32_t>(length) : -1;
 }
 

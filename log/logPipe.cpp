@@ -1,6 +1,6 @@
 #include "logPipe.h"
 
-#include "../core/ipcComm.h"
+#include "../core/ipcSendBy.h"
 #include "../core/mkcopy.h"
 
 #include <errno.h>
@@ -8,6 +8,7 @@
 #include <pthread.h>
 #include <signal.h>
 #include <stdlib.h>
+#include <sys/uio.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -41,26 +42,54 @@ static void takeSigpipe(const sigset_t *sigpipe, bool wasPending) {
         pthread_kill(pthread_self(), SIGPIPE);
 }
 
-// Sends with SIGPIPE blocked in this thread. A thread that had it unblocked can have had none
+// Writes with SIGPIPE blocked in this thread. A thread that had it unblocked can have had none
 // pending, so only one that had it blocked is asked.
-static bool sendQuietly(const char *record) {
+static ssize_t writeBlocking(int fd, const void *bytes, size_t count) {
     sigset_t sigpipe, before;
     sigemptyset(&sigpipe);
     sigaddset(&sigpipe, SIGPIPE);
     pthread_sigmask(SIG_BLOCK, &sigpipe, &before);
     const bool wasBlocked = sigismember(&before, SIGPIPE) == 1;
     const bool wasPending = wasBlocked && sigpipeIsPending();
-    char *const block = pipeEnd.buffer;
-    const bool sent = ipcSend(&pipeEnd, record) != -1;
+    const ssize_t written = write(fd, bytes, count);
     const int error = errno;
-    // A growth that failed left the old block to its readers: here there are none.
-    if (pipeEnd.buffer == nullptr)
-        free(block);
-    if (!sent && error == EPIPE)
+    if (written == -1 && error == EPIPE)
         takeSigpipe(&sigpipe, wasPending);
     if (!wasBlocked)
         pthread_sigmask(SIG_SETMASK, &before, nullptr);
     errno = error;
+    return written;
+}
+
+#ifndef RWF_NOSIGNAL
+constexpr int RWF_NOSIGNAL = 0x100; // of Linux 6.18
+#endif
+
+// What a write that the kernel accepted can say; anything else is a kernel, or a filter of calls,
+// that refuses the flag.
+static bool isOfTheWrite(int error) {
+    return error == EAGAIN || error == EPIPE || error == EINTR || error == EBADF || error == EIO;
+}
+
+// Writes without a SIGPIPE: the kernel leaves it out where it can, at the cost of the write alone.
+static ssize_t writeQuietly(int fd, const void *bytes, size_t count) {
+    static bool isRefused;
+    if (!isRefused) {
+        const iovec part = {const_cast<void *>(bytes), count};
+        const ssize_t written = pwritev2(fd, &part, 1, -1, RWF_NOSIGNAL);
+        if (written >= 0 || isOfTheWrite(errno))
+            return written;
+        isRefused = true;
+    }
+    return writeBlocking(fd, bytes, count);
+}
+
+static bool sendQuietly(const char *record) {
+    char *const block = pipeEnd.buffer;
+    const bool sent = ipcSendBy(&pipeEnd, record, writeQuietly) != -1;
+    // A growth that failed left the old block to its readers: here there are none.
+    if (pipeEnd.buffer == nullptr)
+        free(block);
     return sent;
 }
 
