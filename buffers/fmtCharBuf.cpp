@@ -17,11 +17,6 @@ static constexpr int WIDE_EXPONENT = 300;
 // Where widths and precisions stop counting: past every block, and sums of them stay in 64 bits.
 static constexpr int64_t NUMBER_CEILING = int64_t{1} << 32;
 
-// Wrapped, so that it can be passed by reference where va_list is an array type.
-struct Arguments {
-    va_list list;
-};
-
 struct Conversion {
     int64_t width;
     int64_t precision;
@@ -61,7 +56,7 @@ static void readFlags(const char **at, Conversion *conversion) {
         }
 }
 
-static void readWidth(const char **at, Conversion *conversion, Arguments *args) {
+static void readWidth(const char **at, Conversion *conversion, FormatArguments *args) {
     if (**at != '*') {
         conversion->width = readNumber(at);
         return;
@@ -71,7 +66,7 @@ static void readWidth(const char **at, Conversion *conversion, Arguments *args) 
     conversion->width = width < 0 ? -width : width;
 }
 
-static void readPrecision(const char **at, Conversion *conversion, Arguments *args) {
+static void readPrecision(const char **at, Conversion *conversion, FormatArguments *args) {
     if (**at != '.')
         return;
     ++*at;
@@ -86,7 +81,7 @@ static void readPrecision(const char **at, Conversion *conversion, Arguments *ar
 }
 
 // Reads what follows a "%"; leaves the cursor behind the conversion, but never past the terminator.
-static Conversion readConversion(const char **at, Arguments *args) {
+static Conversion readConversion(const char **at, FormatArguments *args) {
     Conversion conversion = {};
     readFlags(at, &conversion);
     readWidth(at, &conversion, args);
@@ -108,14 +103,14 @@ static int64_t countDigits(uint64_t value, unsigned base) {
     return count;
 }
 
-static long readInteger(const Conversion &conversion, Arguments *args) {
+static long readInteger(const Conversion &conversion, FormatArguments *args) {
     if (!conversion.isLong)
         return va_arg(args->list, int);
     return va_arg(args->list, long);
 }
 
 // The digits, and the sign where there may be one.
-static int64_t countPlaces(const Conversion &conversion, Arguments *args) {
+static int64_t countPlaces(const Conversion &conversion, FormatArguments *args) {
     const long value = readInteger(conversion, args);
     unsigned long bits = static_cast<unsigned long>(value);
     if (!conversion.isLong)
@@ -146,7 +141,7 @@ static int64_t prefixLength(char letter) {
     }
 }
 
-static int64_t integerBound(const Conversion &conversion, Arguments *args) {
+static int64_t integerBound(const Conversion &conversion, FormatArguments *args) {
     int64_t bound = countPlaces(conversion, args);
     // The sign is counted among the precision's digits. Kept: callers rely on the block sizes.
     if (conversion.precision > bound)
@@ -198,7 +193,7 @@ static int64_t padded(const Conversion &conversion, int64_t bound) {
     return bound < conversion.width ? conversion.width : bound;
 }
 
-static int64_t conversionBound(const Conversion &conversion, Arguments *args) {
+static int64_t conversionBound(const Conversion &conversion, FormatArguments *args) {
     switch (conversion.letter) {
     case 'd':
     case 'i':
@@ -226,7 +221,7 @@ static int64_t conversionBound(const Conversion &conversion, Arguments *args) {
     }
 }
 
-static int64_t scanFormat(const char *at, Arguments *args) {
+static int64_t scanFormat(const char *at, FormatArguments *args) {
     int64_t total = 0;
     while (*at != '\0') {
         if (*at++ != '%') {
@@ -243,7 +238,7 @@ static int64_t scanFormat(const char *at, Arguments *args) {
 }
 
 static int64_t formatBound(const char *format, va_list args) {
-    Arguments copy;
+    FormatArguments copy;
     va_copy(copy.list, args);
     const int64_t bound = scanFormat(format, &copy);
     va_end(copy.list);
@@ -292,16 +287,31 @@ static int formatAtNext(CharBuffer *buffer, const char *format, va_list args) {
     return count;
 }
 
+// The fast half; -1, with nothing changed, where the format is not for it or the text does not fit.
+static int32_t appendSimply(CharBuffer *buffer, const char *format, va_list args) {
+    char *const begin = buffer->next;
+    if (begin >= buffer->limit)
+        return -1;
+    const char before = *begin;
+    FormatArguments copy;
+    va_copy(copy.list, args);
+    char *const end = formatSimply(begin, buffer->limit, format, &copy);
+    va_end(copy.list);
+    if (end == nullptr) {
+        *begin = before;
+        return -1;
+    }
+    buffer->next = end;
+    return static_cast<int32_t>(end - begin);
+}
+
 int32_t vfmtCharBuffer(CharBuffer *buffer, const char *format, va_list args) {
     if (buffer == nullptr)
         return -1;
     if (format == nullptr)
         format = "";
-    const int32_t simple = formatSimply(buffer->next, buffer->limit - buffer->next, format, args);
-    if (simple >= 0) {
-        buffer->next += simple;
-        return simple;
-    }
+    if (const int32_t count = appendSimply(buffer, format, args); count >= 0)
+        return count;
     if (!reserve(buffer, formatBound(format, args)))
         return -1;
     int count = formatAtNext(buffer, format, args);

@@ -24,15 +24,15 @@ constexpr size_t ROOM = 4096;
 // Within a block of just the room, so that a sanitizer sees the first byte past it.
 int32_t simply(std::string &text, size_t room, const char *format, ...) {
     std::string block(room, '#');
-    va_list args;
-    va_start(args, format);
-    const int32_t length = formatSimply(block.data(), static_cast<int64_t>(room), format, args);
-    va_end(args);
-    if (length >= 0)
-        text = block.c_str();
-    else
-        EXPECT_TRUE(room == 0 || block[0] == '#') << format;
-    return length;
+    FormatArguments args;
+    va_start(args.list, format);
+    const char *const end = formatSimply(block.data(), block.data() + room, format, &args);
+    va_end(args.list);
+    if (end == nullptr)
+        return -1;
+    EXPECT_EQ(*end, '\0') << format;
+    text = block.c_str();
+    return static_cast<int32_t>(end - block.data());
 }
 
 class Formats {
@@ -77,8 +77,8 @@ int compareOne(const std::string &format, First first, Second second, Third thir
         return 0;
     EXPECT_EQ(count, length) << format;
     EXPECT_EQ(expected, text) << format;
-    // The general way asks for the bound's room even where the text is shorter.
-    const auto least = static_cast<size_t>(bound > count + 1 ? bound : count + 1);
+    EXPECT_LE(bound, count + 1) << format;
+    const auto least = static_cast<size_t>(count) + 1;
     EXPECT_EQ(count, simply(text, least, format.c_str(), first, second, third)) << format;
     EXPECT_EQ(expected, text) << format;
     EXPECT_EQ(-1, simply(text, least - 1, format.c_str(), first, second, third)) << format;
@@ -144,4 +144,20 @@ TEST(SimpleFormat, everyRoomThatIsTooSmallIsRefused) {
         EXPECT_EQ(-1, simply(text, room, "ab%%%5d %s %c %X", -42, "text", 'z', 0xFFU)) << room;
     EXPECT_EQ(18, simply(text, 19, "ab%%%5d %s %c %X", -42, "text", 'z', 0xFFU));
     EXPECT_EQ("ab%  -42 text z FF", text);
+}
+
+// One list serves several formats in turn, each going on where the one before stopped.
+static std::string inTurn(const char *first, const char *second, ...) {
+    char text[64];
+    FormatArguments args;
+    va_start(args.list, second);
+    char *const middle = formatSimply(text, text + sizeof text, first, &args);
+    EXPECT_EQ(middle, text + 7);
+    EXPECT_NE(formatSimply(middle, text + sizeof text, second, &args), nullptr);
+    va_end(args.list);
+    return text;
+}
+
+TEST(SimpleFormat, theListStandsBehindTheArgumentsUsed) {
+    EXPECT_EQ("4 ab -1 7 cd", inTurn("%d %s %d", " %u %s", 4, "ab", -1, 7U, "cd"));
 }
