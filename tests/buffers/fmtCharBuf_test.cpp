@@ -341,6 +341,18 @@ TEST(FmtCharBuf, zeroByteEndsWhatIsAppendedThoughTheCountGoesOn) {
     freeCharBuffer(buffer);
 }
 
+TEST(FmtCharBuf, oddArgumentsAreTheSameWhereThereIsRoomAtOnce) {
+    CharBuffer *buffer = mkCharBuffer(64);
+    putStrCharBuffer(buffer, "");
+    const char *none = nullptr;
+    EXPECT_EQ(fmtCharBuffer(buffer, "%d %s;", 1, none), 9);
+    EXPECT_STREQ(buffer->text, "1 (null);");
+    EXPECT_EQ(fmtCharBuffer(buffer, "a%cb", 0), 3);
+    EXPECT_STREQ(buffer->text, "1 (null);a");
+    EXPECT_EQ(buffer->next - buffer->text, 10);
+    freeCharBuffer(buffer);
+}
+
 TEST(FmtCharBuf, nullBufferIsRefused) {
     EXPECT_EQ(fmtCharBuffer(nullptr, "%d", 1), -1);
 }
@@ -366,6 +378,7 @@ TEST(FmtCharBuf, failedGrowthForTheBoundLeavesTheBuffer) {
     {
         const FailingAlloc failing;
         EXPECT_EQ(fmtCharBuffer(buffer, "%s", "longer than eight"), -1);
+        EXPECT_EQ(fmtCharBuffer(buffer, "ab%s", "longer than eight"), -1);
     }
     EXPECT_EQ(memcmp(buffer, &before, sizeof before), 0);
     EXPECT_STREQ(buffer->text, "kept");
