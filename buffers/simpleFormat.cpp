@@ -146,6 +146,7 @@ static char *putWideText(char *at, const char *limit, const Conversion &conversi
     return putText(at + blanks, limit, text);
 }
 
+// Apart, so that the loop over plain conversions stays small.
 [[gnu::noinline]] static char *putWide(char *at, const char *limit, const char **format,
                                        FormatArguments *args) {
     Conversion conversion;

@@ -1,7 +1,7 @@
 #include "ipcComm.h"
 
 #include "../clock/clockState.h"
-#include "ipcSendBy.h"
+#include "ipcFrame.h"
 #include "staticObj.h"
 
 #include <ctype.h>
@@ -25,10 +25,9 @@ static constexpr uint32_t OPEN_SECONDS = 4; // how long a reader may take to ope
 static constexpr mode_t PERMISSION_BITS = 07777;
 
 static constexpr int64_t DEFAULT_GRANULE = 120;
-static constexpr size_t HEADER_ROOM = 13; // "<9>", nine digits and the terminating zero
-static constexpr int HEADER_SIZE = 3;     // what every form of header begins with
-static constexpr size_t SHORT_FORM_MAX = 999;
-static constexpr size_t MESSAGE_MAX = 999999999; // the longest length of nine digits
+static constexpr size_t HEADER_ROOM = IPC_HEADER_ROOM; // "<9>", nine digits, a terminating zero
+static constexpr int HEADER_SIZE = 3;                  // what every form of header begins with
+static constexpr size_t MESSAGE_MAX = 999999999;       // the longest length of nine digits
 
 static constexpr size_t DISCARDED_MAX = 128;
 static constexpr size_t DISCARDED_AREA = DISCARDED_MAX + 1;
@@ -151,6 +150,10 @@ static int64_t granule() {
     return result;
 }
 
+void ipcSettleGranule(void) {
+    granule();
+}
+
 // Nothing here touches the new bytes: a header that promises what never comes costs no memory.
 static bool grow(IpcChannel *channel, int64_t count) {
     const int64_t step = granule();
@@ -186,43 +189,39 @@ static bool ensureCapacityFor(IpcChannel *channel, size_t length, const char **t
 
 /* ---- sending ---- */
 
-static size_t formatHeader(char *header, size_t length) {
-    if (length <= SHORT_FORM_MAX) {
-        header[0] = static_cast<char>('0' + length / 100);
-        header[1] = static_cast<char>('0' + length / 10 % 10);
-        header[2] = static_cast<char>('0' + length % 10);
-        return HEADER_SIZE;
+char *ipcPutLongHeader(char *body, size_t length) {
+    if (length > MESSAGE_MAX) {
+        errno = EFBIG;
+        return nullptr;
     }
-    int digits = 0;
+    char *at = body;
     for (size_t rest = length; rest != 0; rest /= 10)
-        ++digits;
-    return static_cast<size_t>(snprintf(header, HEADER_ROOM, "<%d>%zu", digits, length));
+        *--at = static_cast<char>('0' + rest % 10);
+    const char digits = static_cast<char>('0' + (body - at));
+    *--at = '>';
+    *--at = digits;
+    *--at = '<';
+    return at;
 }
 
 int32_t ipcSend(IpcChannel *channel, const char *message) {
-    return ipcSendBy(channel, message, write);
-}
-
-int32_t ipcSendBy(IpcChannel *channel, const char *message, IpcWriteFunction writeOut) {
     if (channel == nullptr || message == nullptr) {
         errno = EINVAL;
         return -1;
     }
     errno = 0;
     const size_t length = strlen(message);
-    if (length > MESSAGE_MAX) {
-        errno = EFBIG;
+    char room[HEADER_ROOM];
+    char *const end = room + sizeof room;
+    const char *const header = ipcPutHeader(end, length);
+    if (header == nullptr || !ensureCapacityFor(channel, length, &message))
         return -1;
-    }
-    if (!ensureCapacityFor(channel, length, &message))
-        return -1;
-    char header[HEADER_ROOM];
-    const size_t headerSize = formatHeader(header, length);
+    const size_t headerSize = static_cast<size_t>(end - header);
     // The body first: it may lie in this very buffer.
     memmove(channel->buffer + headerSize, message, length + 1);
     memcpy(channel->buffer, header, headerSize);
     const size_t size = headerSize + length;
-    const ssize_t written = writeOut(channel->fd, channel->buffer, size);
+    const ssize_t written = write(channel->fd, channel->buffer, size);
     return written == static_cast<ssize_t>(size) ? static_cast<int32_t>(length) : -1;
 }
 

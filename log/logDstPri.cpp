@@ -19,12 +19,11 @@ static constexpr int KEY_BYTES = 4;
 struct TableContext {
     uint32_t key;
     bool keyKnown;
-    const LogDstPriTable *table; // in the segment; null until attached
-    int32_t rowsHeld;            // rows that the segment has room for
-    CharBuffer *rulesPath;       // the table's source, for whoever debugs a wrong route
+    CharBuffer *rulesPath; // the table's source, for whoever debugs a wrong route
 };
 
 static TableContext context;
+DstPriTable dstPriTable;
 
 // False unless the text is a number from its first byte to its last.
 static bool numericKey(const char *text, uint32_t *key) {
@@ -79,7 +78,7 @@ static int32_t rowsIn(size_t segmentSize) {
 
 bool attachDstPri(int32_t *segment) {
     *segment = -1;
-    if (context.table != nullptr)
+    if (dstPriTable.table != nullptr)
         return true;
     settleRulesPath();
     *segment = shmget(static_cast<key_t>(logDstPriShmKey()), 0, 0);
@@ -89,27 +88,8 @@ bool attachDstPri(int32_t *segment) {
     const void *const address = shmat(*segment, nullptr, SHM_RDONLY);
     if (reinterpret_cast<intptr_t>(address) == -1)
         return false;
-    context.table = static_cast<const LogDstPriTable *>(address);
-    context.rowsHeld = rowsIn(status.shm_segsz);
-    return true;
-}
-
-int32_t dstPriRowCount(void) {
-    if (context.table == nullptr)
-        return 0;
-    const int32_t told = __atomic_load_n(&context.table->rowCount, __ATOMIC_RELAXED);
-    return told < context.rowsHeld ? told : context.rowsHeld;
-}
-
-bool readDstPri(int32_t number, LogDstPri *row) {
-    if (number < 0 || number >= context.rowsHeld)
-        return false;
-    // The alignment makes it one load on i386 too, without the help of a library.
-    typedef uint64_t RowWord __attribute__((aligned(8)));
-    static_assert(sizeof(RowWord) == sizeof(LogDstPri));
-    const void *const address = &context.table->row[number];
-    const uint64_t word = __atomic_load_n(static_cast<const RowWord *>(address), __ATOMIC_RELAXED);
-    memcpy(row, &word, sizeof *row);
+    dstPriTable.table = static_cast<const LogDstPriTable *>(address);
+    dstPriTable.rowsHeld = rowsIn(status.shm_segsz);
     return true;
 }
 
@@ -117,5 +97,5 @@ const LogDstPri *getLogMsgDstPri(int32_t number) {
     int32_t segment;
     if (!attachDstPri(&segment) || number < 0 || number >= dstPriRowCount())
         return nullptr;
-    return &context.table->row[number];
+    return &dstPriTable.table->row[number];
 }

@@ -1,7 +1,10 @@
 #include "log.h"
 
 #include "../buffers/charBuffer.h"
+#include "../buffers/digits.h"
 #include "../buffers/fmtCharBuf.h"
+#include "../buffers/simpleFormat.h"
+#include "../core/ipcFrame.h"
 #include "../core/mkcopy.h"
 #include "expandLog.h"
 #include "logDstTable.h"
@@ -17,6 +20,10 @@ static constexpr uint32_t TO_DAEMON = 1;         // destination: the log file
 static constexpr uint32_t TO_STANDARD_ERROR = 2; // destination: shown here; alone, not sent
 static constexpr size_t DESTINATION_WIDTH = 8;   // digits in front of a record's body
 static constexpr int FIELD_SEPARATOR = 0x1C;
+// What a header's parts take at most: the blank before the file, the colon and the line; and that
+// with the numbers before the names.
+static constexpr int LINE_MAX = 1 + 1 + 11;
+static constexpr int NUMBERS_MAX = 8 + 11 + 2 + 11 + 8 + LINE_MAX;
 static constexpr uint32_t FIRST_SYSTEM_ERROR = 1727; // message number of errno 0
 
 uint32_t _destination;
@@ -121,8 +128,33 @@ char *getLogProcName(void) {
     return client.handedName = mkcopy(logProcName);
 }
 
-char *getCmpFmt(int32_t number) {
+static char *compressedFormat(int32_t number) {
     return number < 0 || number >= fmtMax ? nullptr : Fmt + FmtTbl[number];
+}
+
+char *getCmpFmt(int32_t number) {
+    return compressedFormat(number);
+}
+
+/* ---- the record, behind the room for its frame's header ---- */
+
+static CharBuffer *emptiedRecord(CharBuffer **slot) {
+    CharBuffer *const buffer = emptied(slot);
+    if (buffer == nullptr)
+        return nullptr;
+    if (buffer->text == nullptr)
+        return fmtCharBuffer(buffer, "%*s", IPC_HEADER_ROOM, "") < 0 ? nullptr : buffer;
+    buffer->next += IPC_HEADER_ROOM;
+    return buffer;
+}
+
+static char *recordIn(const CharBuffer *buffer) {
+    return buffer->text + IPC_HEADER_ROOM;
+}
+
+static bool sendRecord(const CharBuffer *buffer) {
+    char *const record = recordIn(buffer);
+    return sendLogRecord(record, static_cast<size_t>(buffer->next - record));
 }
 
 // The record built becomes the last one; where it failed to travel, the other way round.
@@ -132,32 +164,111 @@ static void exchangeRecords() {
     client.record = built;
 }
 
-char *vfmtEvent(int32_t number, uint32_t destination, int32_t priority, const char *file,
-                int32_t line, va_list args) {
-    const char *const compressed = getCmpFmt(number);
+namespace {
+
+struct Event {
+    int32_t number;
+    uint32_t destination;
+    int32_t priority;
+    const char *file;
+    int32_t line;
+};
+
+} // namespace
+
+static uint32_t secondsNow() {
+    return static_cast<uint32_t>(time(nullptr));
+}
+
+// The documented way: the header with the compressed format behind it is the format of the
+// arguments. Kept: so that a "%" in a name is a conversion too.
+static bool formatTwice(CharBuffer *record, const Event &event, const char *compressed,
+                        va_list args) {
+    CharBuffer *const header = emptied(&client.header);
+    const unsigned long mask = event.destination;
+    const unsigned long now = secondsNow();
+    return fmtCharBuffer(header, "%.8lX%d %c%1d%.8lX%s %s:%d%s", mask, event.number,
+                         FIELD_SEPARATOR, event.priority, now, orEmpty(logProcName),
+                         orEmpty(event.file), event.line, compressed) >= 0 &&
+           vfmtCharBuffer(record, header->text, args) >= 0;
+}
+
+// Null where there is no room.
+static char *putName(char *at, const char *limit, const char *name) {
+    const size_t length = strlen(name);
+    if (limit - at < static_cast<ptrdiff_t>(length))
+        return nullptr;
+    memcpy(at, name, length);
+    return at + length;
+}
+
+static char *putHeader(char *at, const char *limit, const Event &event) {
+    if (limit - at < NUMBERS_MAX)
+        return nullptr;
+    limit -= LINE_MAX;
+    at = putHexadecimal8(at, event.destination);
+    at = putSigned(at, event.number);
+    *at++ = ' ';
+    *at++ = FIELD_SEPARATOR;
+    at = putSigned(at, event.priority);
+    at = putHexadecimal8(at, secondsNow());
+    char *const names = at;
+    at = putName(at, limit, orEmpty(logProcName));
+    if (at == nullptr)
+        return nullptr;
+    *at++ = ' ';
+    at = putName(at, limit, orEmpty(event.file));
+    if (at == nullptr || memchr(names, '%', static_cast<size_t>(at - names)) != nullptr)
+        return nullptr;
+    *at++ = ':';
+    return putSigned(at, event.line);
+}
+
+// The same record in one go, where nothing in it is out of the ordinary and the block has room.
+static bool formatAtOnce(CharBuffer *record, const Event &event, const char *compressed,
+                         va_list args) {
+    char *const end = putHeader(record->next, record->limit, event);
+    if (end == nullptr)
+        return false;
+    FormatArguments copy;
+    va_copy(copy.list, args);
+    char *const next = formatSimply(end, record->limit, compressed, &copy);
+    va_end(copy.list);
+    if (next == nullptr)
+        return false;
+    record->next = next;
+    return true;
+}
+
+// The record, as the last one; null where there is none. Inlined, as what follows on it, into each
+// call that logs: returns that come after a system call are dear.
+[[gnu::always_inline]] static inline CharBuffer *buildRecord(const Event &event, va_list args) {
+    const char *const compressed = compressedFormat(event.number);
     if (compressed == nullptr)
         return nullptr;
-    CharBuffer *const header = emptied(&client.header);
-    CharBuffer *const record = emptied(&client.spare);
-    const unsigned long mask = destination;
-    const unsigned long now = static_cast<uint32_t>(time(nullptr));
-    if (fmtCharBuffer(header, "%.8lX%d %c%1d%.8lX%s %s:%d%s", mask, number, FIELD_SEPARATOR,
-                      priority, now, orEmpty(logProcName), orEmpty(file), line, compressed) < 0)
+    CharBuffer *const record = emptiedRecord(&client.spare);
+    if (record == nullptr)
         return nullptr;
-    // Kept: the whole header is the format, so that a "%" in a name is a conversion too.
-    if (vfmtCharBuffer(record, header->text, args) < 0)
+    if (!formatAtOnce(record, event, compressed, args) &&
+        !formatTwice(record, event, compressed, args))
         return nullptr;
     exchangeRecords();
-    return record->text;
+    return record;
+}
+
+char *vfmtEvent(int32_t number, uint32_t destination, int32_t priority, const char *file,
+                int32_t line, va_list args) {
+    const CharBuffer *const record = buildRecord({number, destination, priority, file, line}, args);
+    return record == nullptr ? nullptr : recordIn(record);
 }
 
 char *fmtEvent(int32_t number, uint32_t destination, int32_t priority, const char *file,
                int32_t line, ...) {
     va_list args;
     va_start(args, line);
-    char *const record = vfmtEvent(number, destination, priority, file, line, args);
+    const CharBuffer *const record = buildRecord({number, destination, priority, file, line}, args);
     va_end(args);
-    return record;
+    return record == nullptr ? nullptr : recordIn(record);
 }
 
 // Sets the records aside while the library logs an error of its own within a log call: they are
@@ -187,20 +298,28 @@ static void showRecord(char *record) {
         fputs(expansion, stderr);
 }
 
-char *vlogEvent(int32_t number, uint32_t destination, int32_t priority, const char *file,
-                int32_t line, va_list args) {
-    const int error = errno;
-    char *const record = vfmtEvent(number, destination, priority, file, line, args);
+// Builds the record, shows it where the destination asks for that, and sends it. Null, errno as the
+// failure set it, when it could not be built or sent.
+[[gnu::always_inline]] static inline char *logRecord(const Event &event, va_list args) {
+    const CharBuffer *const record = buildRecord(event, args);
     if (record == nullptr)
         return nullptr;
-    if ((destination & TO_STANDARD_ERROR) != 0)
-        showRecord(record);
-    if (destination != TO_STANDARD_ERROR && !sendLogRecord(record)) {
+    if ((event.destination & TO_STANDARD_ERROR) != 0)
+        showRecord(recordIn(record));
+    if (event.destination != TO_STANDARD_ERROR && !sendRecord(record)) {
         exchangeRecords(); // the last result's again, which the next call must not build in
         return nullptr;
     }
-    errno = error;
-    return record + DESTINATION_WIDTH;
+    return recordIn(record) + DESTINATION_WIDTH;
+}
+
+char *vlogEvent(int32_t number, uint32_t destination, int32_t priority, const char *file,
+                int32_t line, va_list args) {
+    const int error = errno;
+    char *const body = logRecord({number, destination, priority, file, line}, args);
+    if (body != nullptr)
+        errno = error;
+    return body;
 }
 
 char *logEvent(int32_t number, uint32_t destination, int32_t priority, const char *file,
@@ -227,7 +346,7 @@ static void reportMissingTable(int32_t segment) {
               logDstPriShmKey(), static_cast<uint32_t>(segment));
 }
 
-static bool haveTable() {
+static bool attachOrReport() {
     int32_t segment;
     if (attachDstPri(&segment))
         return true;
@@ -235,21 +354,30 @@ static bool haveTable() {
     return false;
 }
 
-char *vlogMsg(int32_t number, const char *file, int32_t line, va_list args) {
+static bool haveTable() {
+    return dstPriTable.table != nullptr || attachOrReport();
+}
+
+[[gnu::always_inline]] static inline char *logRouted(int32_t number, const char *file, int32_t line,
+                                                     va_list args) {
     const int error = errno;
     const bool routed = haveTable();
     LogDstPri route = {_priority, _destination};
     char *body = nullptr;
     if (!routed || (number < dstPriRowCount() && readDstPri(number, &route)))
-        body = vlogEvent(number, route.destination, route.priority, file, line, args);
+        body = logRecord({number, route.destination, route.priority, file, line}, args);
     errno = error;
     return body;
+}
+
+char *vlogMsg(int32_t number, const char *file, int32_t line, va_list args) {
+    return logRouted(number, file, line, args);
 }
 
 char *logMsg(int32_t number, const char *file, int32_t line, ...) {
     va_list args;
     va_start(args, line);
-    char *const body = vlogMsg(number, file, line, args);
+    char *const body = logRouted(number, file, line, args);
     va_end(args);
     return body;
 }
@@ -311,9 +439,9 @@ char *relogCmpMsg(char *body, uint32_t destination) {
     if (body == nullptr || *body == '\0' || destination == 0)
         return nullptr;
     const int error = errno;
-    CharBuffer *const relog = emptied(&client.relog);
+    CharBuffer *const relog = emptiedRecord(&client.relog);
     const unsigned long mask = destination;
-    if (fmtCharBuffer(relog, "%.8lX%s", mask, body) < 0 || !sendLogRecord(relog->text))
+    if (fmtCharBuffer(relog, "%.8lX%s", mask, body) < 0 || !sendRecord(relog))
         return nullptr;
     errno = error;
     return body;

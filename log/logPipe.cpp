@@ -1,29 +1,28 @@
 #include "logPipe.h"
 
-#include "../core/ipcSendBy.h"
+#include "../core/ipcFrame.h"
 #include "../core/mkcopy.h"
 
 #include <errno.h>
 #include <fcntl.h>
 #include <pthread.h>
 #include <signal.h>
-#include <stdlib.h>
 #include <sys/uio.h>
 #include <time.h>
 #include <unistd.h>
 
-static IpcChannel pipeEnd = {-1, 0, 0, 0, nullptr};
-static char *pipePath; // owned; null before the first opening
+static int32_t pipeEnd = -1; // the descriptor; -1: closed
+static char *pipePath;       // owned; null before the first opening
 
 static bool reopen() {
-    if (pipeEnd.fd >= 0)
-        close(pipeEnd.fd);
-    pipeEnd.fd = -1;
+    if (pipeEnd >= 0)
+        close(pipeEnd);
+    pipeEnd = -1;
     if (pipePath == nullptr)
         errno = ENOENT; // as a missing path does
     else
-        pipeEnd.fd = open(pipePath, O_WRONLY | O_NONBLOCK | O_CLOEXEC);
-    return pipeEnd.fd >= 0;
+        pipeEnd = open(pipePath, O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+    return pipeEnd >= 0;
 }
 
 static bool sigpipeIsPending() {
@@ -42,19 +41,29 @@ static void takeSigpipe(const sigset_t *sigpipe, bool wasPending) {
         pthread_kill(pthread_self(), SIGPIPE);
 }
 
+static const sigset_t *sigpipeAlone() {
+    static sigset_t alone;
+    static bool isMade;
+    if (!isMade) {
+        sigemptyset(&alone);
+        sigaddset(&alone, SIGPIPE);
+        isMade = true;
+    }
+    return &alone;
+}
+
 // Writes with SIGPIPE blocked in this thread. A thread that had it unblocked can have had none
 // pending, so only one that had it blocked is asked.
-static ssize_t writeBlocking(int fd, const void *bytes, size_t count) {
-    sigset_t sigpipe, before;
-    sigemptyset(&sigpipe);
-    sigaddset(&sigpipe, SIGPIPE);
-    pthread_sigmask(SIG_BLOCK, &sigpipe, &before);
+static ssize_t writeMasked(int fd, const void *bytes, size_t count) {
+    const sigset_t *const sigpipe = sigpipeAlone();
+    sigset_t before;
+    pthread_sigmask(SIG_BLOCK, sigpipe, &before);
     const bool wasBlocked = sigismember(&before, SIGPIPE) == 1;
     const bool wasPending = wasBlocked && sigpipeIsPending();
     const ssize_t written = write(fd, bytes, count);
     const int error = errno;
     if (written == -1 && error == EPIPE)
-        takeSigpipe(&sigpipe, wasPending);
+        takeSigpipe(sigpipe, wasPending);
     if (!wasBlocked)
         pthread_sigmask(SIG_SETMASK, &before, nullptr);
     errno = error;
@@ -62,7 +71,7 @@ static ssize_t writeBlocking(int fd, const void *bytes, size_t count) {
 }
 
 #ifndef RWF_NOSIGNAL
-constexpr int RWF_NOSIGNAL = 0x100; // of Linux 6.18
+static constexpr int RWF_NOSIGNAL = 0x100; // of Linux 6.18
 #endif
 
 // What a write that the kernel accepted can say; anything else is a kernel, or a filter of calls,
@@ -74,23 +83,34 @@ static bool isOfTheWrite(int error) {
 // Writes without a SIGPIPE: the kernel leaves it out where it can, at the cost of the write alone.
 static ssize_t writeQuietly(int fd, const void *bytes, size_t count) {
     static bool isRefused;
-    if (!isRefused) {
+    if (!__atomic_load_n(&isRefused, __ATOMIC_RELAXED)) {
         const iovec part = {const_cast<void *>(bytes), count};
         const ssize_t written = pwritev2(fd, &part, 1, -1, RWF_NOSIGNAL);
         if (written >= 0 || isOfTheWrite(errno))
             return written;
-        isRefused = true;
+        __atomic_store_n(&isRefused, true, __ATOMIC_RELAXED);
     }
-    return writeBlocking(fd, bytes, count);
+    return writeMasked(fd, bytes, count);
 }
 
-static bool sendQuietly(const char *record) {
-    char *const block = pipeEnd.buffer;
-    const bool sent = ipcSendBy(&pipeEnd, record, writeQuietly) != -1;
-    // A growth that failed left the old block to its readers: here there are none.
-    if (pipeEnd.buffer == nullptr)
-        free(block);
-    return sent;
+// Kept: the first record settles the granule of the process's channels, too.
+static void settleGranule() {
+    static bool isSettled;
+    if (!isSettled)
+        ipcSettleGranule();
+    isSettled = true;
+}
+
+static bool writeFrame(char *record, size_t length) {
+    settleGranule();
+    const char *const frame = ipcPutHeader(record, length);
+    if (frame == nullptr)
+        return false;
+    const ssize_t size = record + length - frame;
+    const ssize_t written = writeQuietly(pipeEnd, frame, static_cast<size_t>(size));
+    if (written >= 0 && written != size)
+        errno = 0; // part of it is in the pipe, and no call failed
+    return written == size;
 }
 
 bool openLogPipe(char *path) {
@@ -99,13 +119,19 @@ bool openLogPipe(char *path) {
     return reopen();
 }
 
-bool sendLogRecord(const char *record) {
-    if (pipeEnd.fd >= 0 && sendQuietly(record))
-        return true;
-    return reopen() && sendQuietly(record);
+bool sendLogRecord(char *record, size_t length) {
+    bool isFresh = pipeEnd < 0;
+    while (!isFresh || reopen()) {
+        if (writeFrame(record, length))
+            return true;
+        if (isFresh)
+            return false;
+        isFresh = true;
+    }
+    return false;
 }
 
 int32_t closeLogPipe(void) {
     // Kept: the number stays stored, the next record fails on it and reopens the pipe.
-    return pipeEnd.fd < 0 ? pipeEnd.fd : close(pipeEnd.fd);
+    return pipeEnd < 0 ? pipeEnd : close(pipeEnd);
 }

@@ -3,6 +3,7 @@
 #ifndef QUARNEL_LOG_LOGPIPE_H
 #define QUARNEL_LOG_LOGPIPE_H
 
+#include <stddef.h>
 #include <stdint.h>
 
 /* Closes the pipe if it is open, and opens the one at the path, without waiting for a reader and
@@ -10,10 +11,11 @@
    later records try again. */
 bool openLogPipe(char *path);
 
-/* Sends the record as one frame. If that fails the pipe is opened anew and the record sent once
+/* Sends the record as one frame, which is made in place: in front of the record there is room for
+   its header (IPC_HEADER_ROOM). If that fails the pipe is opened anew and the record sent once
    more. False, errno as the last failure set it, when that fails too. No SIGPIPE reaches the
    process. */
-bool sendLogRecord(const char *record);
+bool sendLogRecord(char *record, size_t length);
 
 /* Closes the pipe, keeping its descriptor's number. Returns what close returned, or the descriptor
    when it is negative. */

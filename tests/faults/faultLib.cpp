@@ -18,6 +18,7 @@
 #include <sys/mman.h>
 #include <sys/shm.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 // ---- what is armed
@@ -129,6 +130,15 @@ FAILING(strndup, MEMORY, char *, (const char *text, size_t size), (text, size), 
 TRANSFERRING(read, (int fd, void *bytes, size_t size), (fd, bytes, size))
 TRANSFERRING(write, (int fd, const void *bytes, size_t size), (fd, bytes, size))
 TRANSFERRING(pread, (int fd, void *bytes, size_t size, off_t at), (fd, bytes, size, at))
+
+// The library gives it one part.
+REPLACES(pwritev2, TRANSFER, ssize_t, int, const iovec *, int, off_t, int)
+static ssize_t replaced_pwritev2(int fd, const iovec *parts, int, off_t at, int flags) {
+    iovec part = *parts;
+    if (failsOrShortens(hook_pwritev2, part.iov_len))
+        return -1;
+    return next_pwritev2()(fd, &part, 1, at, flags);
+}
 
 FAILING(access, SYSTEM, int, (const char *path, int mode), (path, mode), -1)
 FAILING(fchmod, SYSTEM, int, (int fd, mode_t mode), (fd, mode), -1)
@@ -243,6 +253,7 @@ static Hook *const HOOKS[] = {
     &hook_read,
     &hook_write,
     &hook_pread,
+    &hook_pwritev2,
     &hook_access,
     &hook_close,
     &hook_closedir,
@@ -286,8 +297,11 @@ static Hook *const HOOKS[] = {
     &hook_pthread_setspecific,
 };
 
-// The symbol is the name, or the name with the suffix of its form for large files.
+// The symbol is the name, or the name with the suffix of its form for large files; one has it
+// within.
 static bool isSymbolOf(const Hook &hook, const char *symbol) {
+    if (strcmp(symbol, "pwritev64v2") == 0)
+        symbol = "pwritev2";
     const size_t length = strlen(hook.name);
     return strncmp(symbol, hook.name, length) == 0 &&
            (symbol[length] == '\0' || strcmp(symbol + length, "64") == 0);

@@ -667,6 +667,19 @@ void replacePipe(ClientRoot &root) {
     root.openReader();
 }
 
+// The granule is the process's, settled by the first frame of all.
+TEST(LogPipe, firstRecordSettlesTheGranule) {
+    withClient([](ClientRoot &root) {
+        EXPECT_NE(logEvent(PLAIN, 1, 0, "a", 7), nullptr);
+        setenv("MAXMSGSIZE", "256", 1);
+        IpcChannel channel = {open(root.pipe().c_str(), O_WRONLY), 0, 0, 0, nullptr};
+        EXPECT_EQ(ipcSend(&channel, "hello"), 5);
+        EXPECT_EQ(channel.capacity, 120);
+        free(channel.buffer);
+        close(channel.fd);
+    });
+}
+
 TEST(LogPipe, isClosedOnExecAndDoesNotBlockAfterEachOpening) {
     withClient([](ClientRoot &root) {
         expectFlagsOf(root);

@@ -11,14 +11,17 @@
 
 namespace {
 
-constexpr int TAKEN = -1; // answered as a kernel that knows the flag does, whatever this one knows
-int refusal;              // errno of the answer, or TAKEN; 0: the kernel's own
+constexpr int TAKEN = -1;  // answered as a kernel that knows the flag does, whatever this one knows
+constexpr int PARTLY = -2; // one byte is written
+int refusal;               // errno of the answer, or one of these; 0: the kernel's own
 int asked;
 
 } // namespace
 
 static ssize_t answer(int fd, const iovec *parts, int count, int flags) {
     ++asked;
+    if (refusal == PARTLY)
+        return write(fd, parts->iov_base, 1);
     if (refusal == 0 || refusal == TAKEN)
         return syscall(SYS_pwritev2, fd, parts, count, -1L, -1L, refusal == 0 ? flags : 0);
     errno = refusal;
@@ -221,6 +224,17 @@ TEST(QuietWrite, aFullPipeIsNoRefusal) {
         refusal = TAKEN;
         EXPECT_NE(logEvent(PLAIN, 1, 0, "a", 7), nullptr);
         EXPECT_EQ(asked, 3) << "twice for the first record, the second after opening anew";
+    });
+}
+
+TEST(QuietWrite, aPartIsSentAnewAndThenGivenUpWithoutAnErrno) {
+    refusal = PARTLY;
+    withClient([](ClientRoot &root) {
+        errno = 77;
+        EXPECT_EQ(logEvent(PLAIN, 1, 0, "a", 7), nullptr);
+        EXPECT_EQ(errno, 0);
+        EXPECT_EQ(root.received(), "00");
+        EXPECT_EQ(asked, 2);
     });
 }
 
