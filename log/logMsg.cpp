@@ -138,7 +138,7 @@ char *getCmpFmt(int32_t number) {
 
 /* ---- the record, behind the room for its frame's header ---- */
 
-static CharBuffer *emptiedRecord(CharBuffer **slot) {
+[[gnu::always_inline]] static inline CharBuffer *emptiedRecord(CharBuffer **slot) {
     CharBuffer *const buffer = emptied(slot);
     if (buffer == nullptr)
         return nullptr;
@@ -182,8 +182,8 @@ static uint32_t secondsNow() {
 
 // The documented way: the header with the compressed format behind it is the format of the
 // arguments. Kept: so that a "%" in a name is a conversion too.
-static bool formatTwice(CharBuffer *record, const Event &event, const char *compressed,
-                        va_list args) {
+[[gnu::cold]] static bool formatTwice(CharBuffer *record, const Event &event,
+                                      const char *compressed, va_list args) {
     CharBuffer *const header = emptied(&client.header);
     const unsigned long mask = event.destination;
     const unsigned long now = secondsNow();
@@ -291,7 +291,7 @@ class RecordsAside {
     CharBuffer *record_, *spare_;
 };
 
-static void showRecord(char *record) {
+[[gnu::cold]] static void showRecord(char *record) {
     const RecordsAside aside;
     const char *const expansion = expandLog(record + DESTINATION_WIDTH);
     if (expansion != nullptr)
@@ -346,7 +346,7 @@ static void reportMissingTable(int32_t segment) {
               logDstPriShmKey(), static_cast<uint32_t>(segment));
 }
 
-static bool attachOrReport() {
+[[gnu::cold]] static bool attachOrReport() {
     int32_t segment;
     if (attachDstPri(&segment))
         return true;

@@ -14,7 +14,7 @@
 static int32_t pipeEnd = -1; // the descriptor; -1: closed
 static char *pipePath;       // owned; null before the first opening
 
-static bool reopen() {
+[[gnu::cold]] static bool reopen() {
     if (pipeEnd >= 0)
         close(pipeEnd);
     pipeEnd = -1;
@@ -33,7 +33,7 @@ static bool sigpipeIsPending() {
 // Takes back the SIGPIPE that a failed write left pending for this thread. Where one was pending
 // before, both merged, and the application gets its own again; but if that one was sent to the
 // process it did not merge, and is pending still.
-static void takeSigpipe(const sigset_t *sigpipe, bool wasPending) {
+[[gnu::cold]] static void takeSigpipe(const sigset_t *sigpipe, bool wasPending) {
     const timespec noWait = {0, 0};
     while (sigtimedwait(sigpipe, nullptr, &noWait) == -1 && errno == EINTR) {
     }
