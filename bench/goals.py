@@ -7,6 +7,7 @@ GOALS = [
     ("logMsg", "logMsg", "fprintf", "fprintf and fflush", 1.0, "logging"),
     ("logMsg", "logMsg", "syslog", "syslog(3) to a local datagram socket", 1 / 3, "logging"),
     ("logMsg, the kernel without a write that leaves SIGPIPE out", "logMsgMasked", "write", "one write(2) of the same bytes", 3.0, "masked"),
+    ("the same", "logMsgMasked", "calls", "its three system calls alone", 1.2, "masked"),
     ("ipcRecv of one frame of 120 bytes", "ipcRecv", "read", "its two read(2) calls", 1.15, "ipc"),
     ("fmtEvent: the record alone", "fmtEvent", "snprintf", "two snprintf passes", 0.5, "logging"),
     ("fmtEvent: the record alone", "fmtEvent", "fmt", "{fmt}, run-time format, one line", 0.8, "logging"),
