@@ -32,13 +32,15 @@ static bool sigpipeIsPending() {
 
 // Takes back the SIGPIPE that a failed write left pending for this thread. Where one was pending
 // before, both merged, and the application gets its own again; but if that one was sent to the
-// process it did not merge, and is pending still.
+// process it did not merge, and is pending still. Keeps errno.
 [[gnu::cold]] static void takeSigpipe(const sigset_t *sigpipe, bool wasPending) {
+    const int error = errno;
     const timespec noWait = {0, 0};
     while (sigtimedwait(sigpipe, nullptr, &noWait) == -1 && errno == EINTR) {
     }
     if (wasPending && !sigpipeIsPending())
         pthread_kill(pthread_self(), SIGPIPE);
+    errno = error;
 }
 
 static const sigset_t *sigpipeAlone() {
@@ -61,12 +63,10 @@ static ssize_t writeMasked(int fd, const void *bytes, size_t count) {
     const bool wasBlocked = sigismember(&before, SIGPIPE) == 1;
     const bool wasPending = wasBlocked && sigpipeIsPending();
     const ssize_t written = write(fd, bytes, count);
-    const int error = errno;
-    if (written == -1 && error == EPIPE)
+    if (written == -1 && errno == EPIPE)
         takeSigpipe(sigpipe, wasPending);
     if (!wasBlocked)
         pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    errno = error;
     return written;
 }
 
