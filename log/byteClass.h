@@ -1,5 +1,6 @@
 /* Classes of bytes for the readers and writers of records, by the current locale and always on the
-   unsigned byte: a char above 0x7F must not become a negative argument. Internal, C++ only. */
+   unsigned byte: a char above 0x7F must not become a negative argument. What is the same in every
+   locale, the classes of ASCII's graphic characters, is not asked for. Internal, C++ only. */
 #ifndef QUARNEL_LOG_BYTECLASS_H
 #define QUARNEL_LOG_BYTECLASS_H
 
@@ -7,32 +8,49 @@
 
 #ifdef __cplusplus
 
+static inline bool isAsciiGraph(char ch) {
+    return ch > ' ' && ch < 0x7F;
+}
+
+static inline bool isAsciiLetter(char ch) {
+    return (ch >= 'A' && ch <= 'Z') || (ch >= 'a' && ch <= 'z');
+}
+
 static inline bool isDigitByte(char ch) {
-    return isdigit(static_cast<unsigned char>(ch)) != 0;
+    return ch >= '0' && ch <= '9';
 }
 
 static inline bool isSpaceByte(char ch) {
-    return isspace(static_cast<unsigned char>(ch)) != 0;
+    return ch == ' ' || (!isAsciiGraph(ch) && isspace(static_cast<unsigned char>(ch)) != 0);
 }
 
 static inline bool isPrintByte(char ch) {
-    return isprint(static_cast<unsigned char>(ch)) != 0;
+    return ch == ' ' || isAsciiGraph(ch) || isprint(static_cast<unsigned char>(ch)) != 0;
 }
 
 static inline bool isGraphByte(char ch) {
-    return isgraph(static_cast<unsigned char>(ch)) != 0;
+    return isAsciiGraph(ch) || isgraph(static_cast<unsigned char>(ch)) != 0;
 }
 
 static inline bool isNameStartByte(char ch) {
-    return isalpha(static_cast<unsigned char>(ch)) != 0 || ch == '_';
+    return isAsciiLetter(ch) || ch == '_' ||
+           (!isAsciiGraph(ch) && isalpha(static_cast<unsigned char>(ch)) != 0);
 }
 
 static inline bool isNameByte(char ch) {
-    return isalnum(static_cast<unsigned char>(ch)) != 0 || ch == '_';
+    return isDigitByte(ch) || isNameStartByte(ch);
 }
 
 static inline bool isOctalByte(char ch) {
     return ch >= '0' && ch <= '7';
+}
+
+// The value of a hexadecimal digit of either case; 16 for any other byte.
+static inline unsigned hexDigitValue(char ch) {
+    if (isDigitByte(ch))
+        return static_cast<unsigned>(ch - '0');
+    const char lower = static_cast<char>(ch | 0x20);
+    return lower >= 'a' && lower <= 'f' ? static_cast<unsigned>(lower - 'a') + 10 : 16;
 }
 
 static inline const char *skipSpace(const char *text) {

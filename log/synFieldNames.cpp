@@ -71,26 +71,19 @@ const char *skipName(const char *text) {
     return text;
 }
 
-// The digit's value; 16 for what is none in any base.
-static int64_t digitValue(char ch) {
-    if (isDigitByte(ch))
-        return ch - '0';
-    return isxdigit(static_cast<unsigned char>(ch)) != 0 ? (ch | 0x20) - 'a' + 10 : 16;
-}
-
 int32_t readArgumentNumber(const char *text, const char **end) {
     int64_t base = 10;
     if (*text == '0') {
         base = 8;
-        if ((text[1] | 0x20) == 'x' && digitValue(text[2]) < 16) {
+        if ((text[1] | 0x20) == 'x' && hexDigitValue(text[2]) < 16) {
             base = 16;
             text += 2;
         }
     }
     int64_t number = 0;
-    for (; digitValue(*text) < base; ++text)
+    for (int64_t digit; (digit = hexDigitValue(*text)) < base; ++text)
         if (number <= INT32_MAX)
-            number = number * base + digitValue(*text);
+            number = number * base + digit;
     *end = text;
     return number > INT32_MAX ? INT32_MAX : static_cast<int32_t>(number);
 }

@@ -3,8 +3,6 @@
 #include "../buffers/cntlchrs.h"
 #include "byteClass.h"
 
-#include <ctype.h>
-
 static constexpr int TIME_DIGITS = 8;
 static constexpr int32_t TEXT = -1;
 static constexpr int32_t COMMENT = -2;
@@ -17,12 +15,6 @@ struct HeadOutputs {
     char **rest;
 };
 
-static uint32_t hexDigitValue(char ch) {
-    if (isDigitByte(ch))
-        return static_cast<uint32_t>(ch - '0');
-    return static_cast<uint32_t>(tolower(static_cast<unsigned char>(ch)) - 'a') + 10;
-}
-
 static int32_t classify(int32_t type, const HeadOutputs &out, const char *rest) {
     *out.index = type;
     *out.rest = const_cast<char *>(rest);
@@ -33,8 +25,10 @@ static int32_t classify(int32_t type, const HeadOutputs &out, const char *rest) 
 static int32_t readTime(const char *text, int32_t index, const HeadOutputs &out) {
     uint32_t time = 0;
     int digits = 0;
-    for (; digits < TIME_DIGITS && isxdigit(static_cast<unsigned char>(*text)) != 0; ++digits)
-        time = time << 4 | hexDigitValue(*text++);
+    for (uint32_t value; digits < TIME_DIGITS && (value = hexDigitValue(*text)) < 16; ++digits) {
+        time = time << 4 | value;
+        ++text;
+    }
     *out.rest = const_cast<char *>(text);
     if (digits < TIME_DIGITS)
         return TEXT;
