@@ -1,24 +1,15 @@
-/* The broken-down local time, as localtime gives it, without its one buffer for all threads.
-   Internal, C++ only; safe from any thread, not from a signal handler. */
+/* The broken-down local time, as localtime gives it, without its one buffer for all threads. The
+   last one is kept: records come many to a second. A change of the environment's "TZ" counts at
+   once; a zone's file replaced under a running process counts from the next other second on.
+   Internal; safe from any thread, not from a signal handler. */
 #ifndef QUARNEL_LOG_LOCALTIME_H
 #define QUARNEL_LOG_LOCALTIME_H
 
+#include <stdbool.h>
 #include <stdint.h>
 #include <time.h>
 
-#ifdef __cplusplus
-
-// False, *out as it was, for a year that no struct tm holds.
-static inline bool readLocalTime(int32_t seconds, struct tm *out) {
-    const time_t time = seconds; // the record's 32 bits are signed
-    struct tm local;
-    tzset(); // a zone changed meanwhile is to be seen, and localtime_r alone does not look
-    if (localtime_r(&time, &local) == nullptr)
-        return false;
-    *out = local;
-    return true;
-}
-
-#endif
+/* False, *out as it was, for a year that no struct tm holds. */
+bool readLocalTime(int32_t seconds, struct tm *out);
 
 #endif
