@@ -18,7 +18,8 @@ static void freeArguments(LogMsg *msg) {
         return;
     for (int32_t i = 0; i < msg->argCount; ++i) {
         freecopy(msg->args[i].value);
-        freecopy(msg->args[i].spare);
+        if (msg->args[i].spare != nullptr)
+            freecopy(msg->args[i].spare);
     }
     freecopy(reinterpret_cast<char *>(msg->args));
 }
@@ -29,7 +30,8 @@ void freeLogMsg(LogMsg *msg) {
     char *const texts[] = {msg->record, msg->spare1, msg->spare2, msg->spare3,    msg->producer,
                            msg->spare4, msg->file,   msg->spare5, msg->expansion, msg->spare6};
     for (char *text : texts)
-        freecopy(text);
+        if (text != nullptr) // most of them are
+            freecopy(text);
     freeArguments(msg);
     free(msg);
 }

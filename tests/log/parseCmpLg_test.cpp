@@ -12,6 +12,7 @@
 #include <climits>
 #include <cstring>
 #include <memory>
+#include <random>
 #include <thread>
 
 namespace {
@@ -417,6 +418,55 @@ TEST(ParseCmpLg, timeZoneChangedMeanwhileIsSeen) {
         EXPECT_EQ(parse(record("p f:1\x1d"))->tm.tm_hour, 16);
         setenv("TZ", "XST-2", 1);
         EXPECT_EQ(parse(record("p f:1\x1d"))->tm.tm_hour, 18);
+    });
+}
+
+std::string shownTime(const struct tm &tm) {
+    char text[200];
+    snprintf(text, sizeof text, "%d %d %d %d %d %d %d %d %d %ld %s", tm.tm_sec, tm.tm_min,
+             tm.tm_hour, tm.tm_mday, tm.tm_mon, tm.tm_year, tm.tm_wday, tm.tm_yday, tm.tm_isdst,
+             tm.tm_gmtoff, tm.tm_zone);
+    return text;
+}
+
+void setZone(const char *zone) {
+    if (zone == nullptr)
+        unsetenv("TZ");
+    else
+        setenv("TZ", zone, 1);
+}
+
+// Few seconds and few zones, so that both come again, in every order; between two records the
+// process looks at the time of another zone.
+TEST(ParseCmpLg, brokenDownTimesAreThoseOfLocaltime) {
+    expectChildPasses([] {
+        const std::string longName = "<" + std::string(70, 'L') + ">-3";
+        const char *const zones[] = {nullptr,
+                                     "",
+                                     "UTC0",
+                                     "Europe/Berlin",
+                                     ":UTC",
+                                     "XST-2",
+                                     "America/Denver",
+                                     longName.c_str(),
+                                     "XST",
+                                     "XST-2:0",
+                                     "AAA5BBB,J60/0:01,J60/1:02"};
+        std::mt19937 random(1);
+        std::vector<int32_t> times = {0, -1, INT32_MIN, INT32_MAX, 5061600, 5061660};
+        while (times.size() < 12)
+            times.push_back(static_cast<int32_t>(random()));
+        for (int round = 0; round < 5000; ++round) {
+            setZone(zones[random() % std::size(zones)]);
+            if (random() % 4 == 0)
+                tzset();
+            setZone(zones[random() % std::size(zones)]);
+            const int32_t seconds = times[random() % times.size()];
+            const Parsed msg = parse(recordOf(1, 2, {}, hexTime(seconds)));
+            ASSERT_NE(msg, nullptr);
+            const time_t time = seconds;
+            ASSERT_EQ(shownTime(msg->tm), shownTime(*localtime(&time))) << getenv("TZ");
+        }
     });
 }
 
