@@ -7,11 +7,13 @@
 #include "byteClass.h"
 #include "expandTime.h"
 #include "expansionSettings.h"
+#include "parseCmpLg.h"
 #include "priorityMark.h"
 #include "synLogFlds.h"
 #include "textOut.h"
 
 #include <stddef.h>
+#include <stdlib.h>
 #include <string.h>
 
 static constexpr uint32_t PLAIN_FLAGS = 0x100;
@@ -78,15 +80,15 @@ static const char *putFile(Expansion &expansion, const char *format) {
 }
 
 static const char *putLine(Expansion &expansion, const char *format) {
-    TextOut &out = expansion.out;
-    noteAppend(out, fmtCharBuffer(out.buffer, "%d", expansion.msg->line) >= 0);
+    putDecimal(expansion.out, expansion.msg->line);
     return format;
 }
 
 // Less its last character: records read as lines keep their line feed.
 static const char *putRecord(Expansion &expansion, const char *format) {
-    for (const char *text = expansion.msg->record; *text != '\0' && text[1] != '\0'; ++text)
-        putChar(expansion.out, *text);
+    const char *record = expansion.msg->record;
+    if (*record != '\0')
+        putSpan(expansion.out, record, record + strlen(record) - 1);
     return format;
 }
 
@@ -94,18 +96,19 @@ static const char *putRecord(Expansion &expansion, const char *format) {
 static bool putMessageText(Expansion &expansion) {
     const LogMsg *msg = expansion.msg;
     int32_t used = 0;
-    for (const char *text = expansion.messageText; *text != '\0'; ++text) {
-        if (*text == '%' && *++text == 's') {
-            if (used >= msg->argCount)
-                return false;
-            putText(expansion.out, msg->args[used++].value);
-        } else if (*text != '\0') {
+    for (const char *text = expansion.messageText;; ++text) {
+        const char *percent = strchrnul(text, '%');
+        putSpan(expansion.out, text, percent);
+        if (*percent == '\0' || percent[1] == '\0')
+            return used == msg->argCount;
+        text = percent + 1;
+        if (*text != 's')
             putChar(expansion.out, *text);
-        } else {
-            break;
-        }
+        else if (used < msg->argCount)
+            putText(expansion.out, msg->args[used++].value);
+        else
+            return false;
     }
-    return used == msg->argCount;
 }
 
 // The letters that stand for a control character behind a backslash, the same in the format and in
@@ -278,8 +281,9 @@ char *expandLogEnhanced(char *record, uint32_t flags, int32_t *indexOut) {
         return nullptr;
     expanding = true;
     const bool isSettled = settleExpansionSettings() != 0;
-    // The parsed copy outlives the buffers, which the record itself may lie in.
-    LogMsg *msg = isSettled ? parseCmpLogEnhanced(record, 0, flags) : nullptr;
+    // The parsed copy outlives the buffers, which the record itself may lie in. Nothing here gives
+    // it an expansion, as none runs while one does.
+    LogMsg *msg = isSettled ? parseIntoOneBlock(record, flags) : nullptr;
     char *text = nullptr;
     if (msg != nullptr) {
         *indexOut = msg->index;
@@ -287,7 +291,7 @@ char *expandLogEnhanced(char *record, uint32_t flags, int32_t *indexOut) {
         if (text != nullptr)
             takeForResult();
     }
-    freeLogMsg(msg);
+    free(msg);
     expanding = false;
     return text;
 }

@@ -18,7 +18,7 @@ const char *const fullWeekdayNames[] = {"Sunday",   "Monday", "Tuesday",  "Wedne
 const char *const abbrvWeekdayNames[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat", nullptr};
 
 static constexpr const char *HALF_DAYS[] = {"AM", "PM"};
-static constexpr size_t CTIME_SIZE = 26; // with its line feed and its zero
+static constexpr size_t ASCTIME_LENGTH = 25; // with its line feed
 static constexpr size_t LONGEST_ZONE = 38;
 
 // The week of the year for d, the day of the year less the weekday. Kept: the constants differ from
@@ -165,13 +165,31 @@ static void putTimeDirective(TextOut &out, const LogMsg *msg, char letter) {
         putChar(out, letter);
 }
 
+static void writeTwoDigits(char *place, int value) {
+    place[0] = static_cast<char>('0' + value / 10);
+    place[1] = static_cast<char>('0' + value % 10);
+}
+
+// As asctime_r, "Tue Nov 14 16:39:09 2017" and a line feed, of a time that localtime gave: 32 bits
+// of seconds lie in years of four digits.
+static void writeAsctime(char *text, const struct tm &tm) {
+    memcpy(text, "Ddd Mmm  0 00:00:00 0000\n", ASCTIME_LENGTH);
+    memcpy(text, abbrvWeekdayNames[tm.tm_wday], 3);
+    memcpy(text + 4, abbrvMonthNames[tm.tm_mon], 3);
+    writeTwoDigits(text + 8, tm.tm_mday);
+    if (text[8] == '0')
+        text[8] = ' ';
+    writeTwoDigits(text + 11, tm.tm_hour);
+    writeTwoDigits(text + 14, tm.tm_min);
+    writeTwoDigits(text + 17, tm.tm_sec);
+    writeTwoDigits(text + 20, (tm.tm_year + 1900) / 100);
+    writeTwoDigits(text + 22, (tm.tm_year + 1900) % 100);
+}
+
 static void appendAsctime(TextOut &out, const struct tm &tm, bool withLineFeed) {
-    char text[CTIME_SIZE];
-    if (asctime_r(&tm, text) == nullptr)
-        return;
-    if (!withLineFeed)
-        *strchrnul(text, '\n') = '\0';
-    putText(out, text);
+    char text[ASCTIME_LENGTH];
+    writeAsctime(text, tm);
+    putSpan(out, text, text + sizeof text - (withLineFeed ? 0 : 1));
 }
 
 static void appendCtime(TextOut &out, const LogMsg *msg, bool withLineFeed) {

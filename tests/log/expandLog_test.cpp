@@ -1,6 +1,9 @@
 /* The expansion engine: every directive and escape, each error, the settings' effect, free text and
    comments, and results that feed the next expansion. Settings and time zone are process-wide, so
    each case runs in a child. */
+#include "buffers/clearCopy.h"
+#include "core/mkcopy.h"
+
 #include "records.h"
 
 #include "support/failingAlloc.h"
@@ -8,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <random>
 
 namespace {
 
@@ -412,6 +416,88 @@ TEST(ExpandLog, exhaustedMemoryLeavesNoHole) {
             }
             EXPECT_FALSE(n == 20 && text == nullptr);
         });
+}
+
+// ---- what the expansion takes apart for itself, against the parser
+
+// A record with some bytes changed, lost or added.
+std::string damagedRecord(std::mt19937 &random) {
+    static const std::string BYTES = "\x1c\x1c\x1d: \t#09aFx\xe9\n";
+    std::vector<std::string> arguments(random() % 5);
+    for (std::string &argument : arguments)
+        argument = std::string(random() % 4, 'v');
+    std::string record = recordOf(static_cast<int>(random() % 4), static_cast<int>(random() % 10),
+                                  arguments, hexTime(static_cast<int32_t>(random())));
+    for (unsigned edits = random() % 4; edits > 0; --edits) {
+        const size_t place = random() % record.size();
+        record.replace(place, random() % 2, random() % 3, BYTES[random() % BYTES.size()]);
+    }
+    return record;
+}
+
+// What an expansion with "%P(%d)|%N|%S|%L|%M(%r=,)|%c" shows of the record's own parts.
+std::string partsOf(const LogMsg *msg, uint32_t flags) {
+    if (msg == nullptr)
+        return "(null)";
+    if (msg->index == -2)
+        return msg->record;
+    if (msg->index < 0) {
+        char *shown = clearCopy(msg->record, static_cast<int32_t>(flags));
+        const std::string text = shown;
+        freecopy(shown);
+        return text;
+    }
+    if (getExpandFmt(msg->index) == nullptr)
+        return "(null)";
+    const auto shown = [](const char *text) { return std::string(text == nullptr ? "" : text); };
+    const time_t time = msg->time;
+    std::string text = std::to_string(msg->priority) + "|" + shown(msg->producer) + "|" +
+                       shown(msg->file) + "|" + std::to_string(msg->line) + "|";
+    for (int32_t i = 0; i < msg->argCount; ++i)
+        text += shown(msg->args[i].value) + ",";
+    return text + "|" + ctime(&time) + "|" + std::string(msg->record, strlen(msg->record) - 1);
+}
+
+TEST(ExpandLog, takesRecordsApartAsTheParserDoes) {
+    withTexts(texts, [] {
+        chgExpansionFmt("%P(%d)|%N|%S|%L|%M(%r=,)|%T(%c)|%C");
+        std::mt19937 random(1);
+        int whole = 0, kept = 0;
+        for (int round = 0; round < 20000; ++round) {
+            std::string record = damagedRecord(random);
+            const uint32_t flags =
+                0x100 | (random() % 2 * PARSE_KEEP_TEXT) | (random() % 2 * PARSE_KEEP_COMMENTS);
+            LogMsg *msg = parseCmpLogEnhanced(record.data(), 0, flags);
+            int32_t index;
+            const char *text = expandLogEnhanced(record.data(), flags, &index);
+            ASSERT_EQ(text == nullptr ? "(null)" : text, partsOf(msg, flags)) << record;
+            ASSERT_EQ(index, msg == nullptr ? -1 : msg->index);
+            whole += msg != nullptr && index >= 0;
+            kept += msg != nullptr && index < 0;
+            freeLogMsg(msg);
+        }
+        EXPECT_GT(whole, 5000);
+        EXPECT_GT(kept, 1000);
+    });
+}
+
+// Lines and arguments of every length, past each growth of the buffer.
+TEST(ExpandLog, textsOfEveryLengthAreWhole) {
+    withTexts(texts, [] {
+        for (size_t length = 0; length < 600; ++length) {
+            const std::string argument(length, 'v');
+            EXPECT_EQ(expandedAs("%M|%L|%C", recordOf(1, 0, {argument})),
+                      "call " + argument +
+                          " failed|40|1\x1c"
+                          "05A0B1C2Dprog f.c:40\x1c" +
+                          argument);
+        }
+        for (const char *line : {"0", "9", "10", "2147483646", "2147483647", "99999999999"})
+            EXPECT_EQ(expandedAs("%L", std::string("4\x1c"
+                                                   "05A0B1C2Dp f:") +
+                                           line + GS),
+                      std::string(line).size() > 10 ? "2147483647" : line);
+    });
 }
 
 } // namespace

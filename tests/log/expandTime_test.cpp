@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <ctime>
+#include <random>
 
 namespace {
 
@@ -184,6 +185,24 @@ TEST(TimeDefs, tablesEndWithNull) {
     EXPECT_EQ(fullWeekdayNames[7], nullptr);
     EXPECT_STREQ(abbrvWeekdayNames[4], "Thu");
     EXPECT_EQ(abbrvWeekdayNames[7], nullptr);
+}
+
+TEST(ExpandTime, timeTextIsThatOfCtime) {
+    withTexts({{0, ""}}, [] {
+        std::mt19937 random(1);
+        std::vector<int32_t> times = {0, -1, INT32_MIN, INT32_MAX};
+        while (times.size() < 2000)
+            times.push_back(static_cast<int32_t>(random()));
+        for (const char *zone : {"UTC0", "Europe/Berlin", "XST-167", "XST167"}) {
+            setenv("TZ", zone, 1);
+            for (const int32_t seconds : times) {
+                const time_t time = seconds;
+                const std::string text = ctime(&time);
+                ASSERT_EQ(timeAs("%c", seconds), text);
+                ASSERT_EQ(expandedAs("%T", recordOf(0, 2, {}, hexTime(seconds))) + "\n", text);
+            }
+        }
+    });
 }
 
 } // namespace

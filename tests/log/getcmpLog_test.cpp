@@ -13,6 +13,7 @@
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
+#include <random>
 #include <string>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -101,6 +102,26 @@ TEST(GetcmpLogFmt, offsetJustBehindTheFormatsIsAnEmptyText) {
     Loaded loaded(dir.write("f", "\0\0\0\2\0\0\0\2%d"s));
     ASSERT_EQ(loaded.result, 2);
     EXPECT_EQ(loaded.format(1), "");
+}
+
+TEST(GetcmpLogFmt, everyOffsetOfATableOfAnySizeIsItsTwoBytes) {
+    TempDir dir;
+    std::mt19937 random(1);
+    for (unsigned count = 1; count < 40; ++count) {
+        std::string file = {'\0', '\0', '\0', static_cast<char>(count)};
+        std::vector<int> offsets(count);
+        for (int &offset : offsets) {
+            offset = static_cast<int>(random() % (random() % 2 == 0 ? 65536 : 300));
+            file += {static_cast<char>(offset >> 8), static_cast<char>(offset & 0xFF)};
+        }
+        Loaded loaded(dir.write("f", file + "text"));
+        ASSERT_EQ(loaded.result, static_cast<int>(count));
+        for (unsigned number = 0; number < count; ++number) {
+            EXPECT_EQ(loaded.table[number], offsets[number]);
+            EXPECT_EQ(loaded.format(static_cast<int>(number)),
+                      offsets[number] < 4 ? "text" + offsets[number] : "");
+        }
+    }
 }
 
 TEST(GetcmpLogFmt, missingFileIsToldAndChangesNothing) {
