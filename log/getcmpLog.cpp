@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -40,43 +41,79 @@ static bool readCount(int fd, uint32_t *count) {
 // The offset table, its entries zero beyond those that the file had.
 struct Offsets {
     uint16_t *table;
-    uint32_t read; // entries filled, the last one perhaps by half
+    uint16_t bits; // that any of them has: none is above it
     bool isWhole;  // else what follows in the file is no text
 };
 
+static_assert(BYTE_ORDER == LITTLE_ENDIAN);
+
+// The word with each two of its bytes swapped. On 64 bits the compiler makes vectors of it.
+static size_t swapPairs(size_t word) {
+    if constexpr (sizeof word == sizeof(uint32_t)) {
+        const uint32_t reversed = __builtin_bswap32(static_cast<uint32_t>(word));
+        return reversed << 16 | reversed >> 16;
+    }
+    constexpr size_t LOW_BYTES = static_cast<size_t>(0x00FF00FF00FF00FF);
+    return (word & LOW_BYTES) << 8 | (word >> 8 & LOW_BYTES);
+}
+
+// The bits that any of the word's offsets has.
+static uint16_t bitsOf(size_t word) {
+    uint16_t bits = 0;
+    for (; word != 0; word = word >> 8 >> 8)
+        bits = static_cast<uint16_t>(bits | word);
+    return bits;
+}
+
+// Turns big-endian offsets into the host's, a word of them at a time; the bits that any of them
+// has.
+static uint16_t convert(uint16_t *table, size_t count) {
+    constexpr size_t PER_WORD = sizeof(size_t) / sizeof(uint16_t);
+    size_t bits = 0, index = 0;
+    for (; index + PER_WORD <= count; index += PER_WORD) {
+        size_t word;
+        memcpy(&word, table + index, sizeof word);
+        word = swapPairs(word);
+        memcpy(table + index, &word, sizeof word);
+        bits |= word;
+    }
+    for (; index < count; ++index)
+        bits |= table[index] = be16toh(table[index]);
+    return bitsOf(bits);
+}
+
 // A null table when so many offsets cannot be held, by the signed result or by memory. Beyond what
-// was read nothing is touched: a damaged count must not cost the memory it asks for.
-static Offsets readOffsets(int fd, uint32_t count) {
+// was read nothing is touched where the file is too small for the table: a damaged count must not
+// cost the memory it asks for.
+static Offsets readOffsets(int fd, uint32_t count, int64_t fileSize) {
     Offsets offsets = {nullptr, 0, false};
-    if (count <= INT32_MAX)
-        offsets.table = static_cast<uint16_t *>(calloc(count, sizeof(uint16_t)));
+    if (count > INT32_MAX)
+        return offsets;
+    const size_t size = count * sizeof(uint16_t);
+    const bool isInFile = static_cast<int64_t>(size) <= fileSize;
+    offsets.table = static_cast<uint16_t *>(isInFile ? malloc(size) : calloc(size, 1));
     if (offsets.table == nullptr)
         return offsets;
-    const size_t bytes = readInto(fd, offsets.table, count * sizeof(uint16_t));
-    offsets.read = static_cast<uint32_t>((bytes + 1) / sizeof(uint16_t));
-    offsets.isWhole = bytes == count * sizeof(uint16_t);
-    for (uint32_t index = 0; index < offsets.read; ++index)
-        offsets.table[index] = be16toh(offsets.table[index]);
+    const size_t filled = readInto(fd, offsets.table, size);
+    if (isInFile)
+        memset(reinterpret_cast<char *>(offsets.table) + filled, 0, size - filled);
+    offsets.bits = convert(offsets.table, (filled + 1) / sizeof(uint16_t));
+    offsets.isWhole = filled == size;
     return offsets;
 }
 
-static uint16_t largestOf(const Offsets &offsets) {
-    uint16_t largest = 0;
-    for (uint32_t index = 0; index < offsets.read; ++index)
-        largest = offsets.table[index] > largest ? offsets.table[index] : largest;
-    return largest;
-}
-
 // Null when the size is more than one read can give, or is not all there. The block reaches as far
-// as the largest offset and ends in a zero, so that no offset leads out of it.
+// as the largest offset can and ends in a zero, so that no offset leads out of it.
 static char *readStrings(int fd, int64_t size, uint16_t largestOffset) {
     if (size < 0 || size > INT32_MAX)
         return nullptr;
-    const size_t reach = static_cast<size_t>(size > largestOffset ? size : largestOffset);
-    char *strings = static_cast<char *>(calloc(reach + 1, 1));
-    if (strings != nullptr &&
-        readInto(fd, strings, static_cast<size_t>(size)) == static_cast<size_t>(size))
+    const size_t count = static_cast<size_t>(size);
+    const size_t reach = count > largestOffset ? count : largestOffset;
+    char *strings = static_cast<char *>(malloc(reach + 1));
+    if (strings != nullptr && readInto(fd, strings, count) == count) {
+        memset(strings + count, 0, reach + 1 - count);
         return strings;
+    }
     const int error = errno;
     free(strings);
     errno = error;
@@ -103,14 +140,12 @@ int32_t getcmpLogFmt(const char *path, uint16_t **table, char **strings) {
         return -1;
     uint32_t count;
     const bool isCounted = readCount(fd, &count);
-    const Offsets offsets = readOffsets(fd, count);
+    const Offsets offsets = readOffsets(fd, count, fileSize);
     const bool isWhole = isCounted && offsets.isWhole;
-    const uint16_t largest = largestOf(offsets);
     // Kept: handed over before it is known whether the rest can be read.
     handOver(offsets.table, table);
-    char *const area =
-        isWhole ? readStrings(fd, fileSize - COUNT_SIZE - OFFSET_SIZE * int64_t{count}, largest)
-                : nullptr;
+    const int64_t size = fileSize - COUNT_SIZE - OFFSET_SIZE * int64_t{count};
+    char *const area = isWhole ? readStrings(fd, size, offsets.bits) : nullptr;
     if (area == nullptr)
         return complain("Unable to read ", path, " strings!");
     handOver(area, strings);
