@@ -3,6 +3,7 @@
 #include "../buffers/fmtCharBuf.h"
 #include "../options/parseln.h"
 #include "../options/readInfo.h"
+#include "byteClass.h"
 
 #include <errno.h>
 #include <stdarg.h>
@@ -39,6 +40,53 @@ int32_t leadingNumber(const char *text, int base, const char **end) {
                                 : static_cast<int32_t>(number);
 }
 
+// Bytes of words, that is, of ASCII's graphic characters all but quotes and backslashes.
+struct PlainTable {
+    constexpr PlainTable() {
+        for (int byte = '!'; byte <= '~'; ++byte)
+            isPlain[byte] = byte != '"' && byte != '\\';
+    }
+    bool isPlain[256] = {};
+};
+static constexpr PlainTable PLAIN;
+
+// The end of the word that starts there; null when it holds a quote or a backslash.
+static char *plainWordEnd(char *at) {
+    for (;; ++at) {
+        while (PLAIN.isPlain[static_cast<unsigned char>(*at)])
+            ++at;
+        if (*at == '\0' || isSpaceByte(*at))
+            return at;
+        if (*at == '"' || *at == '\\')
+            return nullptr;
+    }
+}
+
+// The first words of a line that holds neither quotes nor backslashes among them, as parseln splits
+// it; -1, the line as it was, for any other.
+static int32_t splitPlain(char *line, char **words) {
+    char *ends[DEFINE_MAX_WORDS];
+    int32_t count = 0;
+    for (char *at = line; count < DEFINE_MAX_WORDS; ++count) {
+        while (isSpaceByte(*at))
+            ++at;
+        if (*at == '\0')
+            break;
+        words[count] = at;
+        ends[count] = at = plainWordEnd(at);
+        if (at == nullptr)
+            return -1;
+    }
+    for (int32_t i = 0; i < count; ++i)
+        *ends[i] = '\0';
+    return count;
+}
+
+static int32_t splitLine(char *line, char **words) {
+    const int32_t count = splitPlain(line, words);
+    return count >= 0 ? count : parseln(line, words, DEFINE_MAX_WORDS);
+}
+
 bool readDefines(FILE *stream, DefineHandler handler, void *context) {
     ReadInfo saved;
     resetReadLine(&saved);
@@ -46,7 +94,7 @@ bool readDefines(FILE *stream, DefineHandler handler, void *context) {
         char *words[DEFINE_MAX_WORDS];
         if (*line != '#')
             continue;
-        const int32_t count = parseln(line, words, DEFINE_MAX_WORDS);
+        const int32_t count = splitLine(line, words);
         if (count > 2 && strcmp(words[0], "#define") == 0)
             handler(context, words, count);
     }

@@ -19,7 +19,11 @@
 static_assert(sizeof(void *) != 4 ||
               (offsetof(LogSymbol, className) == 8 && sizeof(LogSymbol) == 16));
 
+static constexpr int32_t NO_NUMBER = -1; // what stands in parentheses is none throughout
+
 int32_t logSymsReadCnt;
+
+using symbolPatterns::LogForm;
 
 static char *currentDir;
 static char *previousDir;
@@ -54,9 +58,9 @@ static bool haveIndex() {
     return coverSymbols(&symbolIndex, symbols(), symbolCount()) != 0;
 }
 
+// The class lies in the block of the name.
 static void releaseSymbol(LogSymbol *symbol) {
     freecopy(symbol->name);
-    freecopy(symbol->className);
 }
 
 void logFreeSymbols(void) {
@@ -127,19 +131,23 @@ static int32_t absoluteIndex(HeaderRead *read, const char *className, int32_t re
     return start == LOG_UNKNOWN_CLASS || index > INT32_MAX ? -1 : static_cast<int32_t>(index);
 }
 
-// Takes name and class over.
-static void appendSymbol(HeaderRead *read, char *name, char *className, const char *number) {
-    LogSymbol symbol = {name, -1, className, -1};
-    const char *end;
-    const int32_t relIndex = leadingNumber(number, 0, &end);
-    if (*end == '\0') {
-        symbol.relIndex = relIndex;
-        symbol.absIndex = absoluteIndex(read, className, relIndex);
-    }
-    if (arrayPut(symbolTable, &symbol) == nullptr) {
+// Room for half as many again: by the array's own steps a large table would be moved again and
+// again. Where memory for it is exhausted the array takes its own step.
+static void makeRoom() {
+    ArrayDescriptor *table = &arrDescPtr[symbolTable];
+    if (table->count == table->capacity)
+        expandArray(table, static_cast<int32_t>(table->count / 2 + 1));
+}
+
+// Takes the symbol's texts over.
+static void appendSymbol(HeaderRead *read, LogSymbol *symbol) {
+    if (symbol->relIndex != NO_NUMBER)
+        symbol->absIndex = absoluteIndex(read, symbol->className, symbol->relIndex);
+    makeRoom();
+    if (arrayPut(symbolTable, symbol) == nullptr) {
         read->className = nullptr;
         read->isWhole = false;
-        releaseSymbol(&symbol);
+        releaseSymbol(symbol);
         return;
     }
     ++read->added;
@@ -149,33 +157,50 @@ static bool isComment(const char *word) {
     return strncmp(word, "/*", 2) == 0;
 }
 
-// As regularExp; *isWhole becomes false when it was memory that was lacking.
-static bool matches(const char *pattern, const char *text, CaptureBlock **groups, bool *isWhole) {
-    errno = 0;
-    const bool isMatch = regularExp(pattern, text, groups) != nullptr;
-    if (!isMatch && errno == ENOMEM)
-        *isWhole = false;
-    return isMatch;
+// The name, and behind it in the same block the class; null when memory is exhausted.
+static char *copyTexts(const char *name, const LogForm &form) {
+    const size_t nameSize = strlen(name) + 1;
+    const size_t classLength = static_cast<size_t>(form.classEnd - form.className);
+    char *copy = static_cast<char *>(malloc(nameSize + classLength + 1));
+    if (copy == nullptr)
+        return nullptr;
+    memcpy(copy, name, nameSize);
+    memcpy(copy + nameSize, form.className, classLength);
+    copy[nameSize + classLength] = '\0';
+    return copy;
+}
+
+// The digits' number in automatic base; NO_NUMBER when they are none throughout. Ends them by a
+// zero.
+static int32_t readNumber(const LogForm &form) {
+    *form.numberEnd = '\0';
+    if (*form.number == '0') {
+        const char *end;
+        const int32_t number = leadingNumber(form.number, 0, &end);
+        return *end == '\0' ? number : NO_NUMBER;
+    }
+    int64_t number = 0;
+    for (const char *digit = form.number; *digit != '\0'; ++digit)
+        if (number <= INT32_MAX)
+            number = number * 10 + (*digit - '0');
+    return number > INT32_MAX ? INT32_MAX : static_cast<int32_t>(number);
 }
 
 static void readSymbol(void *context, char **words, int32_t count) {
     HeaderRead *read = static_cast<HeaderRead *>(context);
-    CaptureBlock *groups;
-    if ((count > 3 && !isComment(words[3])) ||
-        !matches(symbolPatterns::DEFINED_NAME.bytes, words[1], nullptr, &read->isWhole) ||
-        !matches(symbolPatterns::LOG_FORM.bytes, words[2], &groups, &read->isWhole))
+    LogForm form;
+    if ((count > 3 && !isComment(words[3])) || !symbolPatterns::isDefinedName(words[1]) ||
+        !symbolPatterns::readLogForm(words[2], &form))
         return;
-    // Copied before the class is looked up, which may read another file.
-    char *name = mkcopy(words[1]);
-    char *className = mkcopy(groups->group[symbolPatterns::GROUP_CLASS]);
-    if (name != nullptr && className != nullptr) {
-        appendSymbol(read, name, className, groups->group[symbolPatterns::GROUP_NUMBER]);
-    } else {
+    // Both before the class is looked up, which may read another file.
+    char *name = copyTexts(words[1], form);
+    const int32_t number = readNumber(form);
+    if (name == nullptr) {
         read->isWhole = false;
-        freecopy(name);
-        freecopy(className);
+        return;
     }
-    free(groups);
+    LogSymbol symbol = {name, -1, name + strlen(name) + 1, number};
+    appendSymbol(read, &symbol);
 }
 
 // Takes back what was appended beyond so many records: half a header would be taken for the whole.
@@ -197,7 +222,7 @@ static bool appendHeader(FILE *stream, int32_t *added) {
     if (symbolTable == 0)
         return false;
     const uint32_t before = symbolCount();
-    HeaderRead read = {0, initSptr() != nullptr, nullptr, 0};
+    HeaderRead read = {0, true, nullptr, 0};
     const bool isRead = readDefines(stream, readSymbol, &read);
     if (!isRead || !read.isWhole)
         dropBeyond(before);
@@ -228,6 +253,15 @@ int32_t logReadHeader(const char *path) {
 
 // ---- all headers
 
+// As regularExp; *isWhole becomes false when it was memory that was lacking.
+static bool matches(const char *pattern, const char *text, bool *isWhole) {
+    errno = 0;
+    const bool isMatch = regularExp(pattern, text, nullptr) != nullptr;
+    if (!isMatch && errno == ENOMEM)
+        *isWhole = false;
+    return isMatch;
+}
+
 // The number of symbols; -1 when a header, or the directory, could not be read whole.
 static int32_t readHeaders(DIR *dir) {
     int32_t total = 0;
@@ -237,7 +271,7 @@ static int32_t readHeaders(DIR *dir) {
         const dirent *entry = readdir(dir);
         if (entry == nullptr)
             return errno == 0 && isWhole ? total : -1;
-        if (!matches(symbolPatterns::HEADER_FILE.bytes, entry->d_name, nullptr, &isWhole))
+        if (!matches(symbolPatterns::HEADER_FILE.bytes, entry->d_name, &isWhole))
             continue;
         const char *path = formatAnew(&headerPath, "%s/%s", currentDir, entry->d_name);
         int32_t added = 0;

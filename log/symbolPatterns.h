@@ -47,6 +47,49 @@ inline constexpr auto SHORT_FORM = matchProgram::program(
     matchProgram::capture(GROUP_NUMBER, matchProgram::times(matchProgram::in(DIGIT), 3, 3)),
     matchProgram::AT_END);
 
+// What DEFINED_NAME and LOG_FORM take, read without the matcher: headers have many thousand lines.
+
+struct WordTable {
+    constexpr WordTable() {
+        for (const char *ch = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_";
+             *ch != '\0'; ++ch)
+            isWord[static_cast<unsigned char>(*ch)] = true;
+    }
+    bool isWord[256] = {};
+};
+inline constexpr WordTable WORD;
+
+template<typename Char>
+Char *skipWord(Char *text) {
+    while (WORD.isWord[static_cast<unsigned char>(*text)])
+        ++text;
+    return text;
+}
+
+inline bool isDefinedName(const char *text) {
+    return *text != '_' && (*text < '0' || *text > '9') && *text != '\0' && *skipWord(text) == '\0';
+}
+
+/* The groups of LOG_FORM in the text. */
+struct LogForm {
+    char *className, *classEnd;
+    char *number, *numberEnd;
+};
+
+inline bool readLogForm(char *text, LogForm *form) {
+    if (text[0] != 'l' || text[1] != 'o' || text[2] != 'g' || text[3] < 'A' || text[3] > 'Z')
+        return false;
+    form->className = text + 3;
+    form->classEnd = text = skipWord(text + 4);
+    if (text < form->className + 2 || *text++ != '(')
+        return false;
+    form->number = text;
+    while (*text >= '0' && *text <= '9')
+        ++text;
+    form->numberEnd = text;
+    return text[0] == ')' && text[1] == '\0';
+}
+
 } // namespace symbolPatterns
 #endif
 

@@ -428,7 +428,7 @@ std::string damagedRecord(std::mt19937 &random) {
         argument = std::string(random() % 4, 'v');
     std::string record = recordOf(static_cast<int>(random() % 4), static_cast<int>(random() % 10),
                                   arguments, hexTime(static_cast<int32_t>(random())));
-    for (unsigned edits = random() % 4; edits > 0; --edits) {
+    for (auto edits = random() % 4; edits > 0; --edits) {
         const size_t place = random() % record.size();
         record.replace(place, random() % 2, random() % 3, BYTES[random() % BYTES.size()]);
     }

@@ -8,7 +8,9 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <random>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -116,6 +118,40 @@ TEST(SymbolPatterns, everyByteInEveryPlaceIsJudgedByItsKind) {
         EXPECT_EQ(takes(SHORT_FORM.bytes, "A" + c + "012"), word && ch != '_') << ch;
         EXPECT_EQ(takes(SHORT_FORM.bytes, "AB" + c + "12"), digit) << ch;
     }
+}
+
+std::string randomText(std::mt19937 &random, const std::vector<std::string> &pieces) {
+    std::string text;
+    for (auto count = random() % 7; count > 0; --count)
+        text += pieces[random() % pieces.size()];
+    return text;
+}
+
+TEST(SymbolPatterns, readersTakeWhatThePatternsTake) {
+    std::mt19937 random(1);
+    int names = 0, forms = 0;
+    for (int round = 0; round < 20000; ++round) {
+        const std::string name = randomText(random, {"a", "Z", "_", "9", "NET", "-", "\xE4", " "});
+        EXPECT_EQ(isDefinedName(name.c_str()),
+                  regularExp(DEFINED_NAME.bytes, name.c_str(), nullptr) != nullptr)
+            << name;
+        std::string text = (random() % 8 == 0 ? "lo" : "log") +
+                           randomText(random, {"N", "N", "b", "_", "9", "(", "-"}) + "(" +
+                           randomText(random, {"3", "017", "08", "999", ")", "x"}) +
+                           (random() % 4 == 0 ? "" : ")") + (random() % 8 == 0 ? "\n" : "");
+        const std::string groups = groupsOf(LOG_FORM.bytes, text.c_str());
+        LogForm form;
+        const bool isForm = readLogForm(text.data(), &form);
+        EXPECT_EQ(isForm ? std::string(form.className, form.classEnd) + "|" +
+                               std::string(form.number, form.numberEnd)
+                         : "none",
+                  groups)
+            << text;
+        names += isDefinedName(name.c_str());
+        forms += isForm;
+    }
+    EXPECT_GT(names, 1000);
+    EXPECT_GT(forms, 200);
 }
 
 TEST(SymbolPatterns, listingReadsLikeThePattern) {
