@@ -116,15 +116,6 @@ static FILE *openDictionary(const char *path) {
     return stream;
 }
 
-static void freeList(LogFieldList *list) {
-    if (list == nullptr)
-        return;
-    for (uint32_t i = 0; i < list->count; ++i)
-        freecopy(list->fields[i].name);
-    free(list->fields);
-    free(list);
-}
-
 void endDdMapLog(void) {
     if (mapFile >= 0)
         close(mapFile);
@@ -133,7 +124,7 @@ void endDdMapLog(void) {
     mapFile = -1;
     dictFile = nullptr;
     for (uint32_t i = 0; i < messageCount; ++i)
-        freeList(cache[i]);
+        free(cache[i]);
     free(cache);
     cache = nullptr;
     messageCount = 0;
@@ -214,27 +205,20 @@ static uint32_t countFields(const char *text) {
     }
 }
 
-static char *copySlice(const char *from, size_t length) {
-    char *copy = static_cast<char *>(malloc(length + 1));
-    if (copy == nullptr)
-        return nullptr;
-    memcpy(copy, from, length);
-    copy[length] = '\0';
-    return copy;
-}
-
 // The number after the comma at *text, which is moved past both; 0 and nothing moved without one.
 static int32_t nextNumber(const char **text) {
     return **text == DATA_DICT_PART ? leadingNumber(*text + 1, 0, text) : 0;
 }
 
-// Parses the field that ends there. False when memory is exhausted.
-static bool parseField(LogField *field, const char *text, const char *end, uint32_t place) {
+// Parses the field that ends there; its name goes to the place given. Returns the place behind it.
+static char *parseField(LogField *field, const char *text, const char *end, char *place) {
     const char *comma =
         static_cast<const char *>(memchr(text, DATA_DICT_PART, static_cast<size_t>(end - text)));
     const char *nameEnd = comma == nullptr ? end : comma;
-    field->name = copySlice(text, static_cast<size_t>(nameEnd - text));
-    field->position = static_cast<uint8_t>(place);
+    const size_t length = static_cast<size_t>(nameEnd - text);
+    field->name = place;
+    memcpy(place, text, length);
+    place[length] = '\0';
     field->type = DATA_DICT_DEFAULT_TYPE;
     if (comma != nullptr && comma + 1 != end) {
         field->type = comma[1];
@@ -242,27 +226,30 @@ static bool parseField(LogField *field, const char *text, const char *end, uint3
         field->first = static_cast<int16_t>(nextNumber(&rest));
         field->second = nextNumber(&rest);
     }
-    return field->name != nullptr;
+    return place + length + 1;
 }
 
+// The list, its fields and their names in one block: a lookup meets them side by side. Null when
+// memory is exhausted.
 static LogFieldList *parseFields(int32_t number, const char *text) {
-    LogFieldList *list = static_cast<LogFieldList *>(calloc(1, sizeof(LogFieldList)));
+    const uint32_t count = countFields(text);
+    const uint64_t names = sizeof(LogFieldList) + uint64_t{count} * sizeof(LogField);
+    const uint64_t size = names + strlen(text) + 1; // each name and its separator
+    void *block = size > PTRDIFF_MAX ? nullptr : calloc(1, static_cast<size_t>(size));
+    LogFieldList *list = static_cast<LogFieldList *>(block);
     if (list == nullptr)
         return nullptr;
-    const uint32_t count = countFields(text);
     list->number = number;
-    list->fields = static_cast<LogField *>(calloc(count + size_t{1}, sizeof(LogField)));
-    bool complete = list->fields != nullptr;
-    while (complete && list->count < count) {
+    list->fields = reinterpret_cast<LogField *>(list + 1);
+    char *place = reinterpret_cast<char *>(list) + names;
+    for (; list->count < count; ++list->count) {
         const char *end = fieldEnd(text);
-        complete = parseField(&list->fields[list->count], text, end, list->count);
-        ++list->count;
+        LogField *field = &list->fields[list->count];
+        field->position = static_cast<uint8_t>(list->count);
+        place = parseField(field, text, end, place);
         text = end + 1;
     }
-    if (complete)
-        return list;
-    freeList(list);
-    return nullptr;
+    return list;
 }
 
 // ---- lookups
