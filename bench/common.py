@@ -16,7 +16,7 @@ def need_packages():
 def build(word_size):
     """Builds all benchmarks of a word size and returns the folder of their programs."""
     tree = ROOT / "build/bench" / word_size
-    subprocess.run(["cmake", "-S", ROOT, "-B", tree, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release", "-DQN_BENCH=ON",
+    subprocess.run(["cmake", "-S", ROOT, "-B", tree, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release", "-DQN_BENCH=ON", "-DQN_TOOLS=ON",
                     f"-DQN_I386={WORD_SIZES[word_size]}"], check=True, stdout=subprocess.DEVNULL)
     subprocess.run(["cmake", "--build", tree, "--target", "benchmarks"], check=True, stdout=subprocess.DEVNULL)
     return tree / "bench"

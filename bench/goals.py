@@ -13,6 +13,10 @@ GOALS = [
     ("fmtEvent: the record alone", "fmtEvent", "fmt", "{fmt}, run-time format, one line", 0.8, "logging"),
     ("expandLog, default format, parsing included", "expandLog", "snprintf", "snprintf of the line, the time text kept", 1.5, "logging"),
     ("parseCmpLog and freeLogMsg", "parseCmpLog", "sscanf", "sscanf of the fields, localtime_r", 0.8, "logging"),
+    ("expansion with symbol, class and field, 20,000 symbols", "expandSymbols", "few", "the same with 100 symbols", 1.1, "catalogue"),
+    ("load of cmpLogFmt, 20,000 messages", "getcmpLogFmt", "read", "reading the same bytes", 3.0, "catalogue"),
+    ("load of 20,000 symbols", "logReadSymbols", "getline", "getline, strtok_r, qsort by name", 2.0, "catalogue"),
+    ("resident memory of a process that logs", "residentMemory", "platform", "the same by hand, the platform library alone", 300, "memory"),
     ("fputCharBuffer, 11 bytes, 1,000 pieces", "fputCharBuffer", "GString", "GString", 1.0, "buffers"),
     ("fputCharBuffer, 11 bytes, 1,000 pieces", "fputCharBuffer", "string", "std::string", 2.0, "buffers"),
     ("putStrCharBuffer, 11 bytes, 1,000 pieces", "putStrCharBuffer", "GString", "GString", 1.0, "buffers"),
@@ -38,3 +42,6 @@ for _name, _row in (("an identifier", "identifier"), ("the log form, captures", 
         _work = f"regularExp: {_name}, {_length.lower()}"
         GOALS.append((_work, _row + _length, "pcre2", "PCRE2 interpreter", 1.0, "text"))
         GOALS.append((_work, _row + _length, "pcre2jit", "PCRE2 JIT", 3.0, "text"))
+
+# Rows whose goal is a difference, by the unit that their figures are in.
+DIFFERENCES = {"residentMemory": "KiB"}
