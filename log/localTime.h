@@ -1,6 +1,6 @@
 /* The broken-down local time, as localtime gives it, without its one buffer for all threads. The
-   last one is kept: records come many to a second. A change of the environment's "TZ" counts at
-   once; a zone's file replaced under a running process counts from the next other second on.
+   last minute is kept: records come one after the other. A change of the environment's "TZ" counts
+   at once; a zone's file replaced under a running process counts from another minute on.
    Internal; safe from any thread, not from a signal handler. */
 #ifndef QUARNEL_LOG_LOCALTIME_H
 #define QUARNEL_LOG_LOCALTIME_H

@@ -470,4 +470,55 @@ TEST(ParseCmpLg, brokenDownTimesAreThoseOfLocaltime) {
     });
 }
 
+// A zone's file, in the first version of its format: an hour is added at one second.
+std::string zoneFile(uint32_t change) {
+    std::string file = "TZif" + std::string(16, '\0');
+    const auto put = [&](uint32_t value) {
+        for (int shift = 24; shift >= 0; shift -= 8)
+            file += static_cast<char>(value >> shift & 0xFF);
+    };
+    for (const uint32_t count : {0U, 0U, 0U, 1U, 2U, 8U}) // changes, kinds of time, bytes of names
+        put(count);
+    put(change);
+    file += '\1'; // the kind from then on
+    put(0);
+    file += std::string("\0\0", 2);
+    put(3600);
+    file += std::string("\0\4", 2);
+    return file + std::string("AAA\0BBB\0", 8);
+}
+
+void expectLocaltimeAround(const std::string &zone, int32_t change) {
+    setenv("TZ", zone.c_str(), 1);
+    for (int step = -300; step <= 300; ++step) {
+        const int32_t seconds = change + (step <= 0 ? step + 150 : 150 - step);
+        const Parsed msg = parse(recordOf(1, 2, {}, hexTime(seconds)));
+        ASSERT_NE(msg, nullptr);
+        const time_t time = seconds;
+        ASSERT_EQ(shownTime(msg->tm), shownTime(*localtime(&time))) << zone << " " << seconds;
+    }
+}
+
+// Second by second, forward and back, over the changes of a zone: to summer time and back, by rules
+// made up to change twice in a minute, in the middle of one, over a leap second, and at the range's
+// ends.
+TEST(ParseCmpLg, everySecondAroundAChangeIsThatOfLocaltime) {
+    expectChildPasses([] {
+        expectLocaltimeAround("Europe/Berlin", 1711846800);
+        expectLocaltimeAround("Europe/Berlin", 1729990800);
+        expectLocaltimeAround("CET-1CEST", 1711846800);
+        expectLocaltimeAround("AAA5BBB,J60/0:01:10,J60/1:01:40", 5115700);
+        expectLocaltimeAround("Europe/Amsterdam", -1025741972);
+        expectLocaltimeAround("Africa/Monrovia", 63593070);
+        expectLocaltimeAround("right/UTC", 1483228826);
+        expectLocaltimeAround("UTC0", INT32_MAX - 151);
+        expectLocaltimeAround("UTC0", INT32_MIN + 151);
+        const TempDir dir;
+        const std::string zone = ":" + dir.write("zone", zoneFile(1000000017));
+        expectLocaltimeAround(zone, 1000000017);
+        const time_t changed = 1000000017;
+        EXPECT_EQ(shownTime(*localtime(&changed)), "57 46 2 9 8 101 0 251 0 3600 BBB");
+    });
+}
+
 } // namespace
