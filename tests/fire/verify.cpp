@@ -16,17 +16,18 @@ class Verifier {
     explicit Verifier(const Ledger &ledger)
         : ledger_(ledger), seen_(size_t{WRITERS} * ledger.records()) {}
 
-    void take(LogEntry &entry) {
+    void take(const LogEntry &entry) {
         uint32_t writer = 0;
         uint32_t number = 0;
-        if (!entry.cut && isOurs(entry.bytes, writer, number)) {
+        std::string bytes(entry.bytes);
+        if (!entry.cut && isOurs(bytes, writer, number)) {
             takeRecord(writer, number);
             return;
         }
         verdict_.cut += entry.cut ? 1 : 0;
         verdict_.strange += entry.cut ? 0 : 1;
         if (verdict_.example.empty())
-            verdict_.example = entry.bytes.substr(0, 200);
+            verdict_.example = bytes.substr(0, 200);
     }
 
     Verdict finish() {

@@ -502,7 +502,7 @@ TEST(Usage, mistakesAnswerTwo) {
                                                       {"--priority", "x"},
                                                       {"--priority", "3-1"},
                                                       {"--number", ""},
-                                                      {"--since", "yesterday"},
+                                                      {"--since", "yesteryear"},
                                                       {"--since", "2024-13-01"},
                                                       {"--color", "red"},
                                                       {"--width", "-1"},
@@ -517,6 +517,6 @@ TEST(Usage, mistakesAnswerTwo) {
 TEST(Usage, helpFitsAScreenAndVersionIsOneLine) {
     const ToolResult help = runTool(PROGRAM, {"--help"});
     EXPECT_EQ(0, help.exitCode);
-    EXPECT_LE(std::count(help.out.begin(), help.out.end(), '\n'), 34);
+    EXPECT_LE(std::count(help.out.begin(), help.out.end(), '\n'), 23); // and the prompt
     EXPECT_EQ("qnlog 1.0.0\n", runTool(PROGRAM, {"--version"}).out);
 }

@@ -121,6 +121,7 @@ std::string runOnTerminal(const std::string &program, const std::vector<std::str
     const pid_t child = forkpty(&terminal, nullptr, nullptr, &size);
     if (child == 0) {
         setenv("TERM", "xterm", 1);
+        setenv("PAGER", "cat", 1);
         setVariables(variables);
         std::vector<char *> words = wordsOf(program, arguments);
         execv(program.c_str(), words.data());

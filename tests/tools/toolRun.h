@@ -43,7 +43,8 @@ class ToolProcess {
 ToolResult runTool(const std::string &program, const std::vector<std::string> &arguments,
                    const std::string &input = "", const std::vector<std::string> &variables = {});
 
-/* Runs the tool to its end on a terminal of so many columns, for both streams; answers what the
+/* Runs the tool to its end on a terminal of so many columns, for both streams, without a pager
+   unless the variables name one; answers what the
    terminal was sent, with the line ends that the terminal makes taken back. */
 std::string runOnTerminal(const std::string &program, const std::vector<std::string> &arguments,
                           unsigned short columns, const std::vector<std::string> &variables = {});

@@ -3,19 +3,19 @@
 #include "log/logMsg.h"
 
 #include <algorithm>
+#include <cstring>
 
 constexpr char GS = '\x1D';
 
-static bool beginsRecord(std::string_view line) {
+bool beginsRecord(std::string_view line) {
     const std::string text(line.substr(0, line.find('\n')));
     return typeOfCmpLog(text.c_str(), nullptr, nullptr, nullptr, nullptr) >= 0;
 }
 
-// Whether the line is a record's head with arguments that go on: it would be whole if they ended
-// here.
+// Whether the line, which holds no GS, is a record's head with arguments that go on: it would be
+// whole if they ended here.
 static bool goesOn(std::string_view line) {
-    if (!beginsRecord(line) || line.find(GS) != std::string_view::npos ||
-        line.find('\0') != std::string_view::npos)
+    if (!beginsRecord(line) || line.find('\0') != std::string_view::npos)
         return false;
     std::string ended = std::string(line) + GS;
     LogMsg *msg = parseCmpLogEnhanced(ended.data(), 0, 0);
@@ -24,19 +24,26 @@ static bool goesOn(std::string_view line) {
     return sound;
 }
 
+char *EntryReader::room(size_t size) {
+    if (start_ > 0) {
+        memmove(buffer_.data(), buffer_.data() + start_, end_ - start_);
+        end_ -= start_;
+        start_ = 0;
+    }
+    if (buffer_.size() < end_ + size)
+        buffer_.resize(end_ + size);
+    return buffer_.data() + end_;
+}
+
 void EntryReader::feed(std::string_view bytes) {
-    buffer_.append(bytes);
+    bytes.copy(room(bytes.size()), bytes.size());
+    filled(bytes.size());
 }
 
 LogEntry EntryReader::take(size_t length, bool withLineFeed, bool cut) {
-    LogEntry entry = {std::string(rest().substr(0, length)), cut, withLineFeed};
+    const LogEntry entry = {rest().substr(0, length), cut, withLineFeed};
     start_ += length + (withLineFeed ? 1 : 0);
     scanned_ = 0;
-    // Moved down seldom, so that taking many short lines stays cheap.
-    if (start_ > MAX_ENTRY_BYTES || start_ == buffer_.size()) {
-        buffer_.erase(0, start_);
-        start_ = 0;
-    }
     return entry;
 }
 
@@ -68,6 +75,17 @@ std::optional<LogEntry> EntryReader::takeRecord(size_t lineEnd, bool atEnd) {
     }
 }
 
+// The line that ends there, or what it begins.
+std::optional<LogEntry> EntryReader::takeLine(size_t end, bool atEnd) {
+    const std::string_view line = rest().substr(0, end);
+    const size_t mark = line.find(GS);
+    if (mark == std::string_view::npos && goesOn(line))
+        return takeRecord(end, atEnd);
+    if (mark != std::string_view::npos && mark + 1 < line.size() && beginsRecord(line))
+        return takeThroughMark(mark, atEnd);
+    return take(end, end < rest().size(), false);
+}
+
 std::optional<LogEntry> EntryReader::next(bool atEnd) {
     const std::string_view text = rest();
     size_t end = text.find('\n', scanned_);
@@ -81,11 +99,5 @@ std::optional<LogEntry> EntryReader::next(bool atEnd) {
     } else if (end > MAX_ENTRY_BYTES) {
         return take(MAX_ENTRY_BYTES, false, false);
     }
-    const std::string_view line = text.substr(0, end);
-    if (goesOn(line))
-        return takeRecord(end, atEnd);
-    const size_t mark = line.find(GS);
-    if (mark != std::string_view::npos && mark + 1 < line.size() && beginsRecord(line))
-        return takeThroughMark(mark, atEnd);
-    return take(end, end < text.size(), false);
+    return takeLine(end, atEnd);
 }

@@ -18,26 +18,35 @@
 constexpr size_t MAX_ENTRY_BYTES = 1 << 20;
 
 struct LogEntry {
-    std::string bytes;        // without the line feed that ends it
+    std::string_view bytes;   // without the line feed that ends it; valid until more is fed
     bool cut = false;         // a record without its end
     bool hasLineFeed = false; // whether one ended it
 };
 
+/* Whether the text up to its first line feed begins as a record does. */
+bool beginsRecord(std::string_view text);
+
 class EntryReader {
   public:
+    /* Where so many more bytes may be put, and how many were: a reader needs no block of its own.
+     */
+    char *room(size_t size);
+    void filled(size_t count) { end_ += count; }
     void feed(std::string_view bytes);
     /* The next entry; none when more bytes are needed to tell where it ends. At the end of input
        what is left is an entry as it stands. */
     std::optional<LogEntry> next(bool atEnd);
 
   private:
-    std::string_view rest() const { return std::string_view(buffer_).substr(start_); }
+    std::string_view rest() const { return {buffer_.data() + start_, end_ - start_}; }
     LogEntry take(size_t length, bool withLineFeed, bool cut);
     std::optional<LogEntry> takeThroughMark(size_t mark, bool atEnd);
     std::optional<LogEntry> takeRecord(size_t lineEnd, bool atEnd);
+    std::optional<LogEntry> takeLine(size_t end, bool atEnd);
 
     std::string buffer_;
     size_t start_ = 0;   // of what was not taken yet
+    size_t end_ = 0;     // of what was filled
     size_t scanned_ = 0; // bytes behind start_ that hold no line feed
 };
 

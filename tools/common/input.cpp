@@ -1,6 +1,8 @@
 #include "input.h"
 
+#include "progress.h"
 #include "report.h"
+#include "timeSearch.h"
 
 #include <cerrno>
 #include <fcntl.h>
@@ -9,24 +11,33 @@
 #include <unistd.h>
 #include <utility>
 
-Input::Input(Input &&other) noexcept
-    : path_(std::move(other.path_)), fd_(std::exchange(other.fd_, -1)), position_(other.position_),
-      entries_(std::move(other.entries_)) {}
+constexpr size_t BLOCK_BYTES = 1 << 18;
+
+Input::Input(std::string path, Mode mode, Progress *progress)
+    : path_(std::move(path)), mode_(mode) {
+    file_.path = path_;
+    file_.mayWait = mode == Mode::TO_END;
+    file_.progress = progress;
+}
 
 Input::~Input() {
     close();
 }
 
 bool Input::open() {
-    fd_ = isStandardInput() ? dup(STDIN_FILENO) : ::open(path_.c_str(), O_RDONLY | O_CLOEXEC);
-    position_ = 0;
-    return fd_ >= 0;
+    file_.fd = isStandardInput() ? dup(STDIN_FILENO) : ::open(path_.c_str(), O_RDONLY | O_CLOEXEC);
+    file_.position = 0;
+    file_.first.clear();
+    compression_ = Compression::UNTOLD;
+    decompressed_.reset();
+    finished_ = false;
+    return file_.fd >= 0;
 }
 
 void Input::close() {
-    if (fd_ >= 0)
-        ::close(fd_);
-    fd_ = -1;
+    if (file_.fd >= 0)
+        ::close(file_.fd);
+    file_.fd = -1;
 }
 
 static bool hasBytes(int fd) {
@@ -34,36 +45,102 @@ static bool hasBytes(int fd) {
     return poll(&each, 1, 0) > 0;
 }
 
-bool Input::read(const Consumer &consume, bool mayWait) {
-    bool any = false;
-    char block[65536];
-    while (mayWait || hasBytes(fd_)) {
-        const ssize_t count = ::read(fd_, block, sizeof block);
-        if (count < 0 && errno == EINTR)
-            continue;
-        if (count < 0)
-            throw systemFailure(path_, errno);
-        ended_ = count == 0 && isStandardInput();
-        if (count == 0)
-            break;
-        any = true;
-        position_ += count;
-        entries_.feed({block, static_cast<size_t>(count)});
-        while (const std::optional<LogEntry> entry = entries_.next(false))
-            consume(*entry);
+size_t Input::File::read(char *block, size_t size) {
+    if (!first.empty()) {
+        const size_t taken = first.copy(block, size);
+        first.erase(0, taken);
+        return taken;
     }
-    return any;
+    if (!mayWait && !hasBytes(fd))
+        return 0;
+    ssize_t count;
+    do
+        count = ::read(fd, block, size);
+    while (count < 0 && errno == EINTR);
+    if (count < 0)
+        throw systemFailure(path, errno);
+    ended = count == 0 && path == "-";
+    position += count;
+    if (progress != nullptr)
+        progress->advance(static_cast<size_t>(count));
+    return static_cast<size_t>(count);
 }
 
-void Input::finish(const Consumer &consume) {
-    while (const std::optional<LogEntry> entry = entries_.next(true))
-        consume(*entry);
+// Whether it is known how the bytes are to be read.
+bool Input::detect() {
+    std::string first = std::exchange(file_.first, "");
+    while ((compression_ = compressionOf(first)) == Compression::UNTOLD) {
+        char more[COMPRESSION_MARK_BYTES];
+        const size_t count = file_.read(more, COMPRESSION_MARK_BYTES - first.size());
+        if (count == 0)
+            break;
+        first.append(more, count);
+    }
+    file_.first = first;
+    // A file that ends this early is none of the compressed ones.
+    if (compression_ == Compression::UNTOLD && mode_ == Mode::TO_END)
+        compression_ = Compression::NONE;
+    if (compression_ != Compression::NONE && compression_ != Compression::UNTOLD)
+        decompressed_ = decompressed(compression_, file_, path_);
+    return compression_ != Compression::UNTOLD;
+}
+
+// Whether there was more to read.
+bool Input::fill() {
+    if (compression_ == Compression::UNTOLD && !detect())
+        return false;
+    ByteSource &source = decompressed_ ? *decompressed_ : static_cast<ByteSource &>(file_);
+    const size_t count = source.read(entries_.room(BLOCK_BYTES), BLOCK_BYTES);
+    entries_.filled(count);
+    return count > 0;
+}
+
+// The same for next(): a failure is the last word, told once.
+bool Input::more() {
+    try {
+        if (fill())
+            return true;
+        if (mode_ == Mode::FOLLOWED)
+            return false;
+        finish();
+        if (decompressed_)
+            decompressed_->end();
+        return true;
+    } catch (...) {
+        finish();
+        throw;
+    }
+}
+
+std::optional<LogEntry> Input::next() {
+    for (;;) {
+        if (const std::optional<LogEntry> entry = entries_.next(finished_))
+            return entry;
+        if (finished_ || !isOpen() || !more())
+            return std::nullopt;
+    }
+}
+
+void Input::skipTo(int64_t moment) {
+    struct stat status = {};
+    if (fstat(file_.fd, &status) != 0 || !S_ISREG(status.st_mode) || !detect() || decompressed_)
+        return;
+    // Standard input may be a file that someone has read a part of.
+    const off_t here = lseek(file_.fd, 0, SEEK_CUR) - static_cast<off_t>(file_.first.size());
+    const off_t found = findMoment(file_.fd, here, status.st_size, moment);
+    if (found <= here || lseek(file_.fd, found, SEEK_SET) != found)
+        return;
+    file_.first.clear();
+    file_.position = found;
+    if (file_.progress != nullptr)
+        file_.progress->advance(static_cast<size_t>(found - here));
 }
 
 bool Input::replaced() const {
     struct stat named = {};
     struct stat ours = {};
-    if (isStandardInput() || fstat(fd_, &ours) != 0 || stat(path_.c_str(), &named) != 0)
+    if (isStandardInput() || fstat(file_.fd, &ours) != 0 || stat(path_.c_str(), &named) != 0)
         return false;
-    return named.st_ino != ours.st_ino || named.st_dev != ours.st_dev || ours.st_size < position_;
+    return named.st_ino != ours.st_ino || named.st_dev != ours.st_dev ||
+           ours.st_size < file_.position;
 }

@@ -8,9 +8,11 @@
 #include <unistd.h>
 
 static const char *toolName = "tool";
+static bool forTerminal = true; // asked for at the start: a pager may take the terminal's place
 
 void setToolName(const char *name) {
     toolName = name;
+    forTerminal = isatty(STDERR_FILENO) == 1;
 }
 
 void reportError(const std::string &file, size_t line, const std::string &what) {
@@ -19,7 +21,7 @@ void reportError(const std::string &file, size_t line, const std::string &what) 
         where = line == 0 ? file + ": " : file + ":" + std::to_string(line) + ": ";
     const std::string report = std::string(toolName) + ": " + where + what + "\n";
     // In one call, so that the lines of several processes on one terminal do not mix.
-    fputs(isatty(STDERR_FILENO) == 1 ? withoutControls(report).c_str() : report.c_str(), stderr);
+    fputs(forTerminal ? withoutControls(report).c_str() : report.c_str(), stderr);
 }
 
 void reportError(const std::string &what) {

@@ -1,5 +1,7 @@
 #include "terminal.h"
 
+#include "utf8.h"
+
 #include <cstdio>
 #include <cstdlib>
 #include <sys/ioctl.h>
@@ -15,30 +17,6 @@ bool terminalTakesColour(int fd) {
     const char *terminal = getenv("TERM");
     return isatty(fd) && (refused == nullptr || *refused == '\0') && terminal != nullptr &&
            std::string_view(terminal) != "dumb";
-}
-
-static bool isContinuation(std::string_view text, size_t at) {
-    return at < text.size() && (static_cast<unsigned char>(text[at]) & 0xC0) == 0x80;
-}
-
-// The bytes of the UTF-8 sequence at the position; 0 when there is none, or none that may be shown:
-// U+0080 to U+009F are controls, longer forms than needed could hide one.
-static size_t printableSequence(std::string_view text, size_t at) {
-    const auto first = static_cast<unsigned char>(text[at]);
-    const size_t length = first >= 0xC2 && first <= 0xDF   ? 2
-                          : first >= 0xE0 && first <= 0xEF ? 3
-                          : first >= 0xF0 && first <= 0xF4 ? 4
-                                                           : 0;
-    for (size_t i = 1; i < length; i++)
-        if (!isContinuation(text, at + i))
-            return 0;
-    if (length == 0)
-        return 0;
-    const auto second = static_cast<unsigned char>(text[at + 1]);
-    const bool refused = (first == 0xC2 && second < 0xA0) || (first == 0xE0 && second < 0xA0) ||
-                         (first == 0xED && second >= 0xA0) || (first == 0xF0 && second < 0x90) ||
-                         (first == 0xF4 && second >= 0x90);
-    return refused ? 0 : length;
 }
 
 static std::string spelledOut(unsigned char byte) {
@@ -57,19 +35,46 @@ static std::string spelledOut(unsigned char byte) {
     }
 }
 
-std::string withoutControls(std::string_view text) {
-    std::string safe;
-    safe.reserve(text.size());
+// Flags without a branch, for whole blocks at once.
+static bool allPlain(const char *text, size_t length) {
+    bool plain = true;
+    for (size_t i = 0; i < length; i++) {
+        const auto byte = static_cast<unsigned char>(text[i]);
+        plain &= (byte >= ' ' && byte < 0x7F) || byte == '\n' || byte == '\t';
+    }
+    return plain;
+}
+
+static size_t plainPrefix(std::string_view text) {
+    constexpr size_t BLOCK = 32;
+    size_t at = 0;
+    while (at + BLOCK <= text.size() && allPlain(text.data() + at, BLOCK))
+        at += BLOCK;
+    while (at < text.size() && allPlain(text.data() + at, 1))
+        at++;
+    return at;
+}
+
+void appendWithoutControls(std::string &safe, std::string_view text) {
     for (size_t at = 0; at < text.size();) {
-        const auto byte = static_cast<unsigned char>(text[at]);
-        const bool plain = (byte >= ' ' && byte < 0x7F) || byte == '\n' || byte == '\t';
-        const size_t length = plain ? 1 : byte < 0x80 ? 0 : printableSequence(text, at);
+        const size_t plain = plainPrefix(text.substr(at));
+        safe.append(text, at, plain);
+        at += plain;
+        if (at == text.size())
+            break;
+        const size_t length = isUtf8Control(text, at) ? 0 : utf8Sequence(text, at);
         if (length > 0)
             safe.append(text, at, length);
         else
-            safe += spelledOut(byte);
+            safe += spelledOut(static_cast<unsigned char>(text[at]));
         at += length > 0 ? length : 1;
     }
+}
+
+std::string withoutControls(std::string_view text) {
+    std::string safe;
+    safe.reserve(text.size());
+    appendWithoutControls(safe, text);
     return safe;
 }
 
@@ -77,4 +82,16 @@ void writeShown(std::string_view text) {
     static const bool toTerminal = isatty(STDOUT_FILENO) == 1;
     const std::string shown = toTerminal ? withoutControls(text) : std::string(text);
     fwrite(shown.data(), 1, shown.size(), stdout);
+}
+
+bool localeIsUtf8() {
+    for (const char *name : {"LC_ALL", "LC_CTYPE", "LANG"}) {
+        const char *value = getenv(name);
+        if (value == nullptr || *value == '\0')
+            continue;
+        const std::string_view locale = value;
+        return locale.find("UTF-8") != std::string_view::npos ||
+               locale.find("utf8") != std::string_view::npos;
+    }
+    return false;
 }

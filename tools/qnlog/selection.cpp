@@ -1,6 +1,7 @@
 #include "selection.h"
 
-#include "log/expandLog.h"
+#include "messageText.h"
+
 #include "log/logFields.h"
 #include "log/logSyms.h"
 
@@ -10,10 +11,18 @@
 #include <limits>
 #include <sstream>
 #include <stdexcept>
+#include <unordered_map>
 
-bool Selection::accepts(const LogMsg &msg) const {
+void Selection::require(Condition condition, Cost cost) {
+    const auto place =
+        std::upper_bound(conditions_.begin(), conditions_.end(), cost,
+                         [](Cost wanted, const Entry &entry) { return wanted < entry.cost; });
+    conditions_.insert(place, {std::move(condition), cost});
+}
+
+bool Selection::accepts(Record &record) const {
     return std::all_of(conditions_.begin(), conditions_.end(),
-                       [&](const Condition &condition) { return condition(msg); });
+                       [&](const Entry &entry) { return entry.condition(record); });
 }
 
 static int64_t parseNumber(const std::string &text) {
@@ -47,109 +56,87 @@ bool NumberSet::holds(int64_t number) const {
     });
 }
 
-// The whole text in the layout; the fields that it does not name keep their values.
-static bool fits(const std::string &text, const char *layout, tm &fields) {
-    tm read = fields;
-    const char *end = strptime(text.c_str(), layout, &read);
-    if (end == nullptr || *end != '\0')
-        return false;
-    fields = read;
-    return true;
-}
-
-static bool secondsAgo(const std::string &text, int64_t &seconds) {
-    constexpr struct {
-        char letter;
-        int64_t seconds;
-    } UNITS[] = {{'s', 1}, {'m', 60}, {'h', 3600}, {'d', 86400}};
-    for (const auto &unit : UNITS)
-        if (text.size() >= 2 && text.size() <= 9 && text.back() == unit.letter) {
-            seconds = parseNumber(text.substr(0, text.size() - 1)) * unit.seconds;
-            return true;
-        }
-    return false;
-}
-
-time_t parseMoment(const std::string &text, time_t now) {
-    int64_t ago = 0;
-    if (!text.empty() && text[0] == '@')
-        return static_cast<time_t>(parseNumber(text.substr(1)));
-    if (secondsAgo(text, ago))
-        return static_cast<time_t>(now - ago);
-    tm fields = {};
-    localtime_r(&now, &fields);
-    fields.tm_hour = fields.tm_min = fields.tm_sec = 0;
-    for (const char *layout : {"%Y-%m-%d", "%Y-%m-%d %H:%M", "%Y-%m-%d %H:%M:%S", "%Y-%m-%dT%H:%M",
-                               "%Y-%m-%dT%H:%M:%S", "%H:%M", "%H:%M:%S"})
-        if (fits(text, layout, fields)) {
-            fields.tm_isdst = -1;
-            return mktime(&fields);
-        }
-    throw std::invalid_argument("\"" + text + "\" is no time (2026-03-01, 12:30, @seconds, 15m)");
-}
-
 Condition priorityIn(const std::string &list) {
-    return [set = NumberSet(list)](const LogMsg &msg) { return set.holds(msg.priority); };
+    return [set = NumberSet(list)](Record &record) { return set.holds(record.priority()); };
 }
 
 Condition numberIn(const std::string &list) {
-    return [set = NumberSet(list)](const LogMsg &msg) { return set.holds(msg.index); };
+    return [set = NumberSet(list)](Record &record) { return set.holds(record.number()); };
 }
 
-// Whether the text, which may be none, matches any of the patterns.
-static bool matchesAny(const std::vector<std::string> &patterns, const char *text) {
-    return text != nullptr &&
-           std::any_of(patterns.begin(), patterns.end(), [text](const std::string &pattern) {
-               return fnmatch(pattern.c_str(), text, 0) == 0;
-           });
-}
+// Whether a text matches the pattern, which for most is the text itself.
+class Pattern {
+  public:
+    explicit Pattern(std::string pattern)
+        : pattern_(std::move(pattern)),
+          plain_(pattern_.find_first_of("*?[\\") == std::string::npos) {}
+    bool matches(std::string_view text) const {
+        return plain_ ? text == pattern_
+                      : fnmatch(pattern_.c_str(), std::string(text).c_str(), 0) == 0;
+    }
 
-Condition producerLike(const std::vector<std::string> &patterns) {
-    return [patterns](const LogMsg &msg) { return matchesAny(patterns, msg.producer); };
-}
+  private:
+    std::string pattern_;
+    bool plain_;
+};
 
-Condition symbolLike(const std::vector<std::string> &patterns) {
-    return [patterns](const LogMsg &msg) {
-        return matchesAny(patterns, logAbsIndexToSymbol(msg.index));
+// What the catalogue says of a number is asked once.
+template<typename Judge>
+static Condition byNumber(Judge judge) {
+    return [judge, known = std::unordered_map<int32_t, bool>()](Record &record) mutable {
+        const auto [place, fresh] = known.try_emplace(record.number(), false);
+        if (fresh)
+            place->second = judge(record.number());
+        return place->second;
     };
 }
 
-Condition classLike(const std::vector<std::string> &patterns) {
-    return [patterns](const LogMsg &msg) {
-        const LogSymbol *symbol = logFindAbsIndex(msg.index);
-        return symbol != nullptr && matchesAny(patterns, symbol->className);
-    };
+Condition producerLike(const std::string &pattern) {
+    return [like = Pattern(pattern)](Record &record) { return like.matches(record.producer()); };
+}
+
+Condition symbolLike(const std::string &pattern) {
+    return byNumber([like = Pattern(pattern)](int32_t number) {
+        const char *symbol = logAbsIndexToSymbol(number);
+        return symbol != nullptr && like.matches(symbol);
+    });
+}
+
+Condition classLike(const std::string &pattern) {
+    return byNumber([like = Pattern(pattern)](int32_t number) {
+        const LogSymbol *symbol = logFindAbsIndex(number);
+        return symbol != nullptr && like.matches(symbol->className);
+    });
 }
 
 Condition fieldLike(const std::string &text) {
     const size_t sign = text.find('=');
     if (sign == std::string::npos || sign == 0)
         throw std::invalid_argument("\"" + text + "\" is not NAME=PATTERN");
-    return [name = text.substr(0, sign), pattern = text.substr(sign + 1)](const LogMsg &msg) {
-        const int32_t position = cvtLogFieldNameToIndex(msg.index, name.c_str());
-        return position >= 0 && position < msg.argCount &&
-               fnmatch(pattern.c_str(), msg.args[position].value, 0) == 0;
+    return [name = text.substr(0, sign), like = Pattern(text.substr(sign + 1))](Record &record) {
+        const int32_t position = cvtLogFieldNameToIndex(record.number(), name.c_str());
+        if (position < 0)
+            return false;
+        const std::vector<std::string_view> arguments = record.arguments();
+        return static_cast<size_t>(position) < arguments.size() &&
+               like.matches(arguments[static_cast<size_t>(position)]);
     };
 }
 
-// The message alone is had by a layout that holds nothing else.
 Condition messageHolding(const std::string &part) {
-    return [part](const LogMsg &msg) {
-        const char *current = getExpansionFmt();
-        const std::string layout = current == nullptr ? "" : current;
-        chgExpansionFmt("%M");
-        const char *message = expandLog(msg.record);
-        const bool holds =
-            message != nullptr && std::string(message).find(part) != std::string::npos;
-        chgExpansionFmt(layout.c_str());
-        return holds;
+    return [part](Record &record) {
+        const char *message = messageText(record);
+        return message != nullptr && std::string_view(message).find(part) != std::string_view::npos;
     };
 }
 
-Condition notBefore(time_t moment) {
-    return [moment](const LogMsg &msg) { return msg.time >= moment; };
+Condition anyOf(std::vector<Condition> conditions) {
+    return [conditions = std::move(conditions)](Record &record) {
+        return std::any_of(conditions.begin(), conditions.end(),
+                           [&](const Condition &condition) { return condition(record); });
+    };
 }
 
-Condition notAfter(time_t moment) {
-    return [moment](const LogMsg &msg) { return msg.time <= moment; };
+Condition noneOf(Condition condition) {
+    return [condition = std::move(condition)](Record &record) { return !condition(record); };
 }

@@ -1,25 +1,30 @@
-/* Which records are shown: every condition must hold. A condition looks at the parsed record only,
- * so that new ones need no change elsewhere. */
+/* Which records are shown: every condition must hold. A condition looks at the record as it lies in
+ * the log, so that what is left out costs nearly nothing. */
 #ifndef TOOLS_QNLOG_SELECTION_H
 #define TOOLS_QNLOG_SELECTION_H
 
-#include "log/logMsg.h"
+#include "../common/record.h"
 
 #include <cstdint>
-#include <ctime>
 #include <functional>
 #include <string>
 #include <vector>
 
-using Condition = std::function<bool(const LogMsg &)>;
+using Condition = std::function<bool(Record &)>;
 
 class Selection {
   public:
-    void require(Condition condition) { conditions_.push_back(std::move(condition)); }
-    bool accepts(const LogMsg &msg) const;
+    /* What a condition costs decides when it is asked. */
+    enum class Cost { HEAD, CATALOGUE, EXPANSION };
+    void require(Condition condition, Cost cost);
+    bool accepts(Record &record) const;
 
   private:
-    std::vector<Condition> conditions_;
+    struct Entry {
+        Condition condition;
+        Cost cost;
+    };
+    std::vector<Entry> conditions_; // cheap ones first
 };
 
 /* Numbers as people list them: "3", "2-4", "3-" (3 and above), and such with commas between. */
@@ -36,22 +41,17 @@ class NumberSet {
     std::vector<Range> ranges_;
 };
 
-/* A moment as people write it: "2026-03-01", "2026-03-01 12:30[:15]" (or with a "T"), "12:30[:15]"
-   (of today), "@1760000000" (seconds since the epoch), "90s", "15m", "2h", "3d" (that long ago).
-   Local time. Throws std::invalid_argument with the reason. */
-time_t parseMoment(const std::string &text, time_t now);
-
+/* A condition by an option's text; they throw std::invalid_argument with the reason. */
 Condition priorityIn(const std::string &list);
 Condition numberIn(const std::string &list);
-Condition
-producerLike(const std::vector<std::string> &patterns);         // any of them; as file names match
-Condition symbolLike(const std::vector<std::string> &patterns); // of the catalogue
-Condition classLike(const std::vector<std::string> &patterns);
-/* "NAME=PATTERN": a message with a field of that name whose value matches. Throws
-   std::invalid_argument. */
+Condition producerLike(const std::string &pattern); // as file names match
+Condition symbolLike(const std::string &pattern);   // of the catalogue, likewise
+Condition classLike(const std::string &pattern);
+/* "NAME=PATTERN": a message with a field of that name whose value matches. */
 Condition fieldLike(const std::string &text);
 Condition messageHolding(const std::string &part); // the message's text with its arguments
-Condition notBefore(time_t moment);
-Condition notAfter(time_t moment);
+
+Condition anyOf(std::vector<Condition> conditions);
+Condition noneOf(Condition condition);
 
 #endif

@@ -1,6 +1,8 @@
 /* qnlogedit: rewrites the records of a log. What it cannot parse passes through unchanged. */
 #include "../common/commandLine.h"
 #include "../common/input.h"
+#include "../common/output.h"
+#include "../common/progress.h"
 #include "../common/report.h"
 #include "../common/terminal.h"
 
@@ -8,10 +10,10 @@
 
 #include <cerrno>
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
 #include <optional>
 #include <string>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -40,32 +42,38 @@ class Editor {
             edit(file);
         if (arguments_.files.empty())
             edit("-");
+        progress_.stop();
+        output_.flush();
         if (unshifted_ > 0)
             reportError(std::to_string(unshifted_) +
                         " records keep their time: it would leave 32 bits");
-        if (fflush(stdout) != 0 || ferror(stdout))
-            throw systemFailure("standard output", errno);
         return failed_ || unshifted_ > 0 ? EXIT_FAILED : EXIT_FINE;
     }
 
   private:
     void edit(const std::string &file) {
-        Input input(file);
+        Input input(file, Input::Mode::TO_END, &progress_);
         if (!input.open()) {
             reportError(file, 0, strerror(errno));
             failed_ = true;
             return;
         }
-        const Input::Consumer consume = [this](const LogEntry &entry) { write(entry); };
-        input.read(consume, true);
-        input.finish(consume);
+        while (const std::optional<LogEntry> entry = input.next())
+            write(*entry);
     }
 
     void write(const LogEntry &entry) {
-        const std::string edited = entry.cut ? entry.bytes : editedRecord(entry.bytes);
-        writeShown(edited);
+        const std::string bytes(entry.bytes);
+        const std::string edited = entry.cut ? bytes : editedRecord(bytes);
+        if (toTerminal_) {
+            progress_.stop();
+            appendWithoutControls(output_.text(), edited);
+        } else {
+            output_.text() += edited;
+        }
         if (entry.hasLineFeed)
-            putchar('\n');
+            output_.text() += '\n';
+        output_.pass();
     }
 
     std::string editedRecord(const std::string &bytes) {
@@ -99,6 +107,9 @@ class Editor {
     }
 
     const Arguments &arguments_;
+    Progress progress_{arguments_.files};
+    Output output_;
+    const bool toTerminal_ = isatty(STDOUT_FILENO) == 1;
     size_t unshifted_ = 0;
     bool failed_ = false;
 };

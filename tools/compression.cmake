@@ -1,0 +1,21 @@
+# zlib and libzstd, for compressed logs: linked where they are there for the word size that is built. Tools
+# built without one say so when they meet such a file.
+include(CheckCXXSourceCompiles)
+if(QN_I386)
+  set(CMAKE_REQUIRED_FLAGS -m32)
+endif()
+# Debian's word sizes other than the machine's have neither header nor library: only a link tells.
+set(CMAKE_REQUIRED_LIBRARIES z)
+check_cxx_source_compiles("#include <zlib.h>\nint main() { return zlibVersion() == nullptr; }" QN_ZLIB_LINKS)
+set(CMAKE_REQUIRED_LIBRARIES zstd)
+check_cxx_source_compiles("#include <zstd.h>\nint main() { return ZSTD_versionNumber() == 0; }" QN_ZSTD_LINKS)
+unset(CMAKE_REQUIRED_FLAGS)
+unset(CMAKE_REQUIRED_LIBRARIES)
+if(QN_ZLIB_LINKS)
+  target_compile_definitions(qn_log_reading PRIVATE QN_HAVE_ZLIB)
+  target_link_libraries(qn_log_reading PRIVATE z)
+endif()
+if(QN_ZSTD_LINKS)
+  target_compile_definitions(qn_log_reading PRIVATE QN_HAVE_ZSTD)
+  target_link_libraries(qn_log_reading PRIVATE zstd)
+endif()

@@ -1,0 +1,155 @@
+#include "form.h"
+
+#include "../common/terminal.h"
+#include "colours.h"
+#include "facts.h"
+#include "panel.h"
+
+#include "log/log.h"
+#include "log/logSyms.h"
+
+#include <algorithm>
+#include <array>
+#include <map>
+#include <unordered_map>
+
+namespace {
+
+constexpr int ENOUGH_FOR_TWO = 160; // columns: from here on, panels stand side by side
+constexpr size_t MAX_ROWS = 20;     // of a panel
+
+// The largest first, the many small ones as one.
+std::vector<Count> ranked(std::vector<Count> counts, const char *others) {
+    std::stable_sort(counts.begin(), counts.end(),
+                     [](const Count &a, const Count &b) { return a.count > b.count; });
+    if (counts.size() <= MAX_ROWS)
+        return counts;
+    Count rest = {grouped(counts.size() - MAX_ROWS + 1) + others, 0};
+    for (size_t i = MAX_ROWS - 1; i < counts.size(); i++)
+        rest.count += counts[i].count;
+    counts.resize(MAX_ROWS - 1);
+    counts.push_back(rest);
+    return counts;
+}
+
+template<typename Map>
+std::vector<Count> countsOf(const Map &map) {
+    std::vector<Count> counts;
+    for (const auto &[label, count] : map)
+        counts.push_back({withoutControls(label), count});
+    return counts;
+}
+
+Lines stacked(const std::vector<Lines> &panels) {
+    Lines lines;
+    for (const Lines &each : panels) {
+        if (!lines.empty())
+            lines.emplace_back();
+        lines.insert(lines.end(), each.begin(), each.end());
+    }
+    return lines;
+}
+
+void put(std::string &text, const Lines &lines) {
+    for (const std::string &line : lines) {
+        text += line;
+        text.erase(text.find_last_not_of(' ') + 1);
+        text += '\n';
+    }
+}
+
+// Every line of a panel has the panel's width; an empty one is filled up.
+Lines sideBySide(const Lines &left, const Lines &right, size_t leftWidth) {
+    const std::string gap = "    ";
+    Lines lines;
+    for (size_t i = 0; i < std::max(left.size(), right.size()); i++) {
+        const bool blank = i >= left.size() || left[i].empty();
+        lines.push_back((blank ? std::string(leftWidth, ' ') : left[i]) + gap +
+                        (i < right.size() ? right[i] : ""));
+    }
+    return lines;
+}
+
+class StatisticsForm : public Form {
+  public:
+    StatisticsForm(Account &account, const StatisticsStyle &style) : Form(account), style_(style) {}
+
+    void showRecord(Record &record, std::string &) override {
+        first_ = records_ == 0 ? record.time() : std::min(first_, record.time());
+        last_ = records_ == 0 ? record.time() : std::max(last_, record.time());
+        records_++;
+        priorities_[static_cast<size_t>(record.priority())]++;
+        numbers_[record.number()]++;
+        auto place = producers_.find(record.producer());
+        if (place == producers_.end())
+            place = producers_.emplace(record.producer(), 0).first;
+        place->second++;
+    }
+
+    void end(std::string &text) override {
+        text += grouped(records_) + (records_ == 1 ? " record" : " records");
+        if (records_ > 0)
+            text += " from " + clockText(first_) + " to " + clockText(last_);
+        text += '\n';
+        if (records_ == 0)
+            return;
+        text += '\n';
+        StatisticsStyle style = style_;
+        const bool two = style.width >= ENOUGH_FOR_TWO;
+        if (two)
+            style.width = (style.width - 4) / 2;
+        const Lines left = stacked({priorityPanel(style), classPanel(style)});
+        const Lines right = stacked({symbolPanel(style), producerPanel(style)});
+        put(text, two ? sideBySide(left, right, static_cast<size_t>(style.width))
+                      : stacked({left, right}));
+    }
+
+  private:
+    Lines priorityPanel(const StatisticsStyle &style) const {
+        std::vector<Count> counts;
+        for (size_t i = 0; i < priorities_.size(); i++) {
+            const auto priority = static_cast<int32_t>(i);
+            const char *mark = i < MARKED ? msgPri[i] : "";
+            if (priorities_[i] > 0)
+                counts.push_back(
+                    {std::to_string(i) + " " + mark, priorities_[i], priorityColour(priority)});
+        }
+        return panelOf("priority", counts, records_, style);
+    }
+
+    Lines classPanel(const StatisticsStyle &style) const {
+        std::map<std::string, uint64_t> classes;
+        for (const auto &[number, count] : numbers_) {
+            const LogSymbol *symbol = logFindAbsIndex(number);
+            classes[symbol == nullptr ? "(none)" : symbol->className] += count;
+        }
+        return panelOf("class", ranked(countsOf(classes), " others"), records_, style);
+    }
+
+    Lines symbolPanel(const StatisticsStyle &style) const {
+        std::map<std::string, uint64_t> symbols;
+        for (const auto &[number, count] : numbers_) {
+            const char *symbol = logAbsIndexToSymbol(number);
+            symbols[symbol == nullptr ? "number " + std::to_string(number) : symbol] += count;
+        }
+        return panelOf("symbol", ranked(countsOf(symbols), " others"), records_, style);
+    }
+
+    Lines producerPanel(const StatisticsStyle &style) const {
+        return panelOf("producer", ranked(countsOf(producers_), " others"), records_, style);
+    }
+
+    static constexpr size_t MARKED = 5; // priorities that have a mark
+    StatisticsStyle style_;
+    uint64_t records_ = 0;
+    int32_t first_ = 0, last_ = 0;
+    std::array<uint64_t, 10> priorities_ = {};
+    std::unordered_map<int32_t, uint64_t> numbers_;
+    std::map<std::string, uint64_t, std::less<>> producers_;
+};
+
+} // namespace
+
+std::unique_ptr<Form> statisticsForm(Account &account, const StatisticsStyle &style) {
+    return std::make_unique<StatisticsForm>(account, style);
+}
