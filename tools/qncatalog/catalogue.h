@@ -97,6 +97,10 @@ std::string compressedFormat(const Message &message);
 std::vector<NamedBytes> compileCatalogue(const Catalogue &catalogue, const std::string &root,
                                          Problems &problems);
 
+/* A format for lnav, the log viewer: how it reads what `qnlog --json` writes of this catalogue's
+   messages, with each named field as a column of its tables. */
+std::string lnavFormat(const Catalogue &catalogue);
+
 /* The first line of every header that compileCatalogue makes. */
 extern const char *const HEADER_MARK;
 

@@ -15,8 +15,8 @@ namespace {
 constexpr const char *USES = R"(Uses:
   qncatalog --log-root /var/log/voice catalogue.toml
       compile, then build applications with -I/var/log/voice/head
-  qncatalog --check catalogue.toml
-      write nothing; tell which files of the log root are not what the source compiles to
+  qncatalog --lnav catalogue.toml > ~/.lnav/formats/installed/quarnel.json
+      then: qnlog --json logfile | lnav
 
 catalogue(5) describes the source.)";
 
@@ -24,6 +24,7 @@ struct Arguments {
     std::string source;
     std::string root = defaultLogRoot();
     bool checkOnly = false;
+    bool lnav = false;
     bool quiet = false;
 };
 
@@ -92,6 +93,10 @@ int compile(const Arguments &arguments) {
     const std::vector<NamedBytes> files = compileCatalogue(catalogue, arguments.root, problems);
     if (problems.any())
         return reportProblems(arguments.source, problems);
+    if (arguments.lnav) {
+        fputs(lnavFormat(catalogue).c_str(), stdout);
+        return EXIT_FINE;
+    }
     const std::vector<std::string> stale = staleHeaders(arguments.root + "/head", files);
     if (arguments.checkOnly)
         return reportDifferences(files, stale);
@@ -117,6 +122,7 @@ int main(int argc, char **argv) {
     app.add_option("--log-root", arguments.root, "Where the files go (LOGROOT, /usr/spool/log)")
         ->type_name("DIR");
     app.add_flag("--check", arguments.checkOnly, "Write nothing, compare with the log root");
+    app.add_flag("--lnav", arguments.lnav, "Print a format for lnav, to read qnlog --json");
     app.add_flag("-q,--quiet", arguments.quiet, "Do not tell what was written");
     return runTool(app, argc, argv, [&] { return compile(arguments); });
 }
