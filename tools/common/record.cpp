@@ -6,10 +6,9 @@
 
 constexpr char FS = '\x1C';
 constexpr char GS = '\x1D';
-constexpr std::string_view SPACES = " \t\n\v\f\r";
 
 static bool isSpace(char ch) {
-    return SPACES.find(ch) != std::string_view::npos;
+    return ch == ' ' || (ch >= '\t' && ch <= '\r');
 }
 
 // Digits that do not fit count as the highest number.

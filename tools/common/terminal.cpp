@@ -35,22 +35,27 @@ static std::string spelledOut(unsigned char byte) {
     }
 }
 
-// Flags without a branch, for whole blocks at once.
-static bool allPlain(const char *text, size_t length) {
-    bool plain = true;
-    for (size_t i = 0; i < length; i++) {
-        const auto byte = static_cast<unsigned char>(text[i]);
-        plain &= (byte >= ' ' && byte < 0x7F) || byte == '\n' || byte == '\t';
+// Whether the bytes are such as every terminal may see. No branch: compilers look at many at once.
+static bool isPlainBlock(const char *block, size_t size) {
+    unsigned char odd = 0;
+    for (size_t i = 0; i < size; i++) {
+        const auto byte = static_cast<unsigned char>(block[i]);
+        const bool printable = static_cast<unsigned char>(byte - ' ') <= '~' - ' ';
+        odd |= static_cast<unsigned char>(!printable & (byte != '\n') & (byte != '\t'));
     }
-    return plain;
+    return odd == 0;
 }
 
 static size_t plainPrefix(std::string_view text) {
-    constexpr size_t BLOCK = 32;
+    constexpr size_t BLOCK = 16;
     size_t at = 0;
-    while (at + BLOCK <= text.size() && allPlain(text.data() + at, BLOCK))
+    while (at + BLOCK <= text.size() && isPlainBlock(text.data() + at, BLOCK))
         at += BLOCK;
-    while (at < text.size() && allPlain(text.data() + at, 1))
+    // The last bytes within a whole block, some of which were seen already.
+    if (at > 0 && at + BLOCK > text.size() &&
+        isPlainBlock(text.data() + text.size() - BLOCK, BLOCK))
+        return text.size();
+    while (at < text.size() && isPlainBlock(text.data() + at, 1))
         at++;
     return at;
 }

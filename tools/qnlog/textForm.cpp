@@ -38,7 +38,10 @@ class TextForm : public Form {
     void showRecord(Record &record, std::string &text) override {
         const char *colour = style_.colour ? priorityColour(record.priority()) : "";
         if (const char *expansion = expandLog(record.text())) {
-            appendLines(text, laidOut(expansion), colour);
+            if (plain_)
+                appendPlain(text, expansion);
+            else
+                appendLines(text, laidOut(expansion), colour);
             return;
         }
         account_.countUnexpanded(record.number());
@@ -56,6 +59,14 @@ class TextForm : public Form {
     }
 
   private:
+    // What appendLines does where there is nothing to do with the lines.
+    static void appendPlain(std::string &text, const char *expansion) {
+        const size_t before = text.size();
+        appendWithoutControls(text, expansion);
+        if (text.size() == before || text.back() != '\n')
+            text += '\n';
+    }
+
     void putMark(std::string &text, const char *mark) const {
         appendPainted(text, mark, style_.colour ? MARK_COLOUR : "");
         text += ' ';
@@ -91,6 +102,7 @@ class TextForm : public Form {
         void operator()(CharBuffer *buffer) const { freeCharBuffer(buffer); }
     };
     TextStyle style_;
+    bool plain_ = !style_.colour && !style_.raw && !style_.visible && style_.width < 1;
     std::string safe_;
     std::unique_ptr<CharBuffer, FreeBuffer> work_{mkCharBuffer(1024)};
 };
