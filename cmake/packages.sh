@@ -27,9 +27,10 @@ need() {
     rm -f "${TMPDIR:-/tmp}/quarnel-apt.$$"
 }
 
-BUILD_PACKAGES=(cmake ninja-build g++ g++-multilib libcli11-dev libtomlplusplus-dev)
+BUILD_PACKAGES=(cmake ninja-build g++ g++-multilib libcli11-dev libtomlplusplus-dev zlib1g-dev libzstd-dev)
 ABI_PACKAGES=("${BUILD_PACKAGES[@]}" abigail-tools)
-CHECK_PACKAGES=("${ABI_PACKAGES[@]}" googletest clang clang-format python3 binutils pkg-config valgrind mandoc)
+CHECK_PACKAGES=("${ABI_PACKAGES[@]}" googletest clang clang-format python3 binutils pkg-config valgrind mandoc
+    lnav less zsh zstd)
 FUZZ_PACKAGES=("${BUILD_PACKAGES[@]}" clang libclang-rt-14-dev)
 PACKAGE_PACKAGES=("${BUILD_PACKAGES[@]}" binutils dpkg-dev lintian pkg-config)
 BENCH_PACKAGES=("${BUILD_PACKAGES[@]}" pkg-config python3 libbenchmark-dev libspdlog-dev libfmt-dev libglib2.0-dev libbsd-dev

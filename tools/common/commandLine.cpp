@@ -1,15 +1,32 @@
 #include "commandLine.h"
 
+#include "completion.h"
 #include "report.h"
 
 #include <exception>
 #include <iostream>
 
+namespace {
+
+// Beside an option the kind of its value alone: what excludes what is told when it is done.
+class ToolHelp : public CLI::Formatter {
+  public:
+    ToolHelp() { column_width(28); }
+    std::string make_option_opts(const CLI::Option *option) const override {
+        const bool several = option->get_items_expected_max() > 1;
+        return option->get_type_size() == 0
+                   ? ""
+                   : " " + option->get_type_name() + (several ? " ..." : "");
+    }
+};
+
+} // namespace
+
 void describeTool(CLI::App &app, const char *name, const char *uses) {
     setToolName(name);
     app.name(name);
     app.footer(uses);
-    app.get_formatter()->column_width(28);
+    app.formatter(std::make_shared<ToolHelp>());
     app.set_version_flag("--version", std::string(name) + " " QN_VERSION);
 }
 
@@ -21,7 +38,18 @@ static int answerParse(const CLI::App &app, const CLI::ParseError &error) {
     return EXIT_USAGE;
 }
 
+// Asked for by packages, not by people: no option, and needs no other.
+static bool answerCompletion(const CLI::App &app, int argc, char **argv) {
+    if (argc != 3 || std::string(argv[1]) != "--completion")
+        return false;
+    const std::string script = completionFor(app, argv[2]);
+    std::cout << script;
+    return !script.empty();
+}
+
 int runTool(CLI::App &app, int argc, char **argv, const std::function<int()> &work) {
+    if (answerCompletion(app, argc, argv))
+        return EXIT_FINE;
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {

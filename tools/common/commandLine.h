@@ -10,8 +10,9 @@
 /* Names the tool, adds --version, and sets what --help shows below the options. */
 void describeTool(CLI::App &app, const char *name, const char *uses);
 
-/* Reads the arguments and then does the work, whose answer is the exit code. WorkFailed and other
-   exceptions that leave the work are reported and answer EXIT_FAILED. */
+/* Reads the arguments (or answers "--completion bash" and "--completion zsh" with the script) and
+   then does the work, whose answer is the exit code. WorkFailed and other exceptions that leave the
+   work are reported and answer EXIT_FAILED. */
 int runTool(CLI::App &app, int argc, char **argv, const std::function<int()> &work);
 
 #endif

@@ -17,7 +17,7 @@ namespace {
 
 constexpr const char *USES = R"(Uses:
   logDstPri --log-root /var/log/voice
-      fill the table from the catalogue and msgDst.rules, at boot and after each change
+      fill the table from catalogue and msgDst.rules, at boot and after changes
   logDstPri --show | grep ' CALL_'
       how the calls' messages are routed now
 
@@ -150,8 +150,7 @@ int main(int argc, char **argv) {
     CLI::Option *showFlag = app.add_flag("--show", arguments.show, "Print the table");
     CLI::Option *removeFlag =
         app.add_flag("--remove", arguments.remove, "Remove the table")->excludes(showFlag);
-    app.add_flag("--check", arguments.check,
-                 "Change nothing; print the rows that differ from what they should be")
+    app.add_flag("--check", arguments.check, "Change nothing, print the rows that differ")
         ->excludes(showFlag)
         ->excludes(removeFlag);
     return runTool(app, argc, argv, [&] { return run(arguments); });

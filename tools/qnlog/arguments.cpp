@@ -8,6 +8,7 @@
 
 namespace {
 
+// In the order of the help.
 constexpr const char *FILTERS[] = {"--since",  "--until", "--priority", "--number", "--producer",
                                    "--symbol", "--class", "--field",    "--message"};
 
@@ -47,48 +48,63 @@ auto made(const FilterWord &word, Make make) {
 }
 
 void declareFilters(CLI::App &app) {
-    const std::map<std::string, std::string> types = {
-        {"--since", "TIME"},  {"--until", "TIME"},    {"--priority", "LIST"},
-        {"--number", "LIST"}, {"--producer", "NAME"}, {"--symbol", "SYMBOL"},
-        {"--class", "CLASS"}, {"--message", "TEXT"},  {"--field", "NAME=VALUE"},
+    const struct {
+        const char *name, *type, *what;
+    } options[] = {
+        {"--since", "TIME", "from then on"},
+        {"--until", "TIME", "up to then"},
+        {"--priority", "LIST", "such as 3, 2- or 0,2-4"},
+        {"--number", "LIST", "message numbers"},
+        {"--producer", "NAME", "process names"},
+        {"--symbol", "SYMBOL", "message symbols"},
+        {"--class", "CLASS", "message classes"},
+        {"--field", "NAME=VALUE", "a named field's value"},
+        {"--message", "TEXT", "messages that hold the text"},
     };
-    for (const char *name : FILTERS)
-        app.add_option(name)->type_name(types.at(name))->expected(1)->take_all();
-    app.add_flag("--not");
+    for (const auto &each : options)
+        app.add_option(each.name)
+            ->description(each.what)
+            ->type_name(each.type)
+            ->expected(1)
+            ->take_all();
+    app.add_flag("--not")->description("turn the next filter round");
 }
 
 void declareForms(CLI::App &app, Arguments &arguments) {
-    CLI::Option *json = app.add_flag("--json", arguments.json);
-    CLI::Option *csv = app.add_flag("--csv", arguments.csv)->excludes(json);
-    CLI::Option *statistics =
-        app.add_flag("--stats", arguments.statistics)->excludes(json)->excludes(csv);
-    app.add_option("--template", arguments.fields)
+    CLI::Option *json = app.add_flag("--json", arguments.json, "an object a line");
+    CLI::Option *csv = app.add_flag("--csv", arguments.csv, "a table")->excludes(json);
+    CLI::Option *statistics = app.add_flag("--stats", arguments.statistics, "counts with bars")
+                                  ->excludes(json)
+                                  ->excludes(csv);
+    app.add_option("--template", arguments.fields, "a line of @fields@ of each record")
         ->type_name("TEXT")
         ->excludes(json)
         ->excludes(csv)
         ->excludes(statistics);
-    app.add_option("--last", arguments.last)->type_name("N")->excludes(statistics);
+    app.add_option("--last", arguments.last, "only the last entries")
+        ->type_name("N")
+        ->excludes(statistics);
 }
 
 } // namespace
 
 void declareOptions(CLI::App &app, Arguments &arguments) {
-    app.add_option("files", arguments.files)->type_name("FILE");
+    app.add_option("files", arguments.files, "log files")->type_name("FILE");
     declareFilters(app);
     declareForms(app, arguments);
-    app.add_option("--log-root", arguments.root)->type_name("DIR");
-    app.add_option("--format", arguments.format)->type_name("TEXT");
-    app.add_option("--width", arguments.width)
+    app.add_option("--log-root", arguments.root, "where the catalogue is")->type_name("DIR");
+    app.add_option("--format", arguments.format, "layout of a record")->type_name("TEXT");
+    app.add_option("--width", arguments.width, "columns to wrap at, 0 for none")
         ->type_name("N")
         ->check(CLI::Validator(CLI::NonNegativeNumber).description(""));
-    app.add_option("--color,--colour", arguments.colour)
+    app.add_option("--color,--colour", arguments.colour, "colours by priority")
         ->type_name("auto|always|never")
         ->check(CLI::IsMember({"auto", "always", "never"}).description(""));
-    app.add_flag("--no-pager", arguments.noPager);
-    app.add_flag("-f,--follow", arguments.follow);
-    app.add_flag("--visible", arguments.visible);
-    app.add_flag("--raw", arguments.raw);
-    app.add_flag("--only-records", arguments.onlyRecords);
+    app.add_flag("--no-pager", arguments.noPager, "not through PAGER");
+    app.add_flag("-f,--follow", arguments.follow, "go on as the files grow");
+    app.add_flag("--visible", arguments.visible, "show all controls");
+    app.add_flag("--raw", arguments.raw, "controls as they are");
+    app.add_flag("--only-records", arguments.onlyRecords, "no lines that are no records");
 }
 
 void collectFilters(const CLI::App &app, Arguments &arguments) {

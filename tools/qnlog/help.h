@@ -5,7 +5,7 @@
 
 constexpr const char *HELP =
     R"(Usage: qnlog [OPTION]... [FILE]...
-Shows logs as text, several merged by time; plain, gzip, zstd; "-" or no FILE is
+Shows logs as text, several merged by time; plain, gzip, zstd. "-" or no FILE:
 standard input. What cannot be read is shown marked, and counted at the end.
 Which records (--not before one of these turns it round):
   --since TIME, --until TIME   15m, 2h ago, yesterday 14:00, 2026-03-01 12:30
@@ -16,7 +16,7 @@ Which records (--not before one of these turns it round):
 How they are shown:
   --format TEXT, --template TEXT  a record's layout; a line of @fields@ of each
   --json, --csv, --stats    an object a line; a table; counts with bars
-  --width N, --visible, --raw      columns, 0: no wrapping; controls: all, as is
+  --width N, --visible, --raw     columns, 0: no wrapping; controls: all, as is
   --color auto|always|never, --no-pager   by priority; not through PAGER
 -f, --follow      go on as the files grow or are replaced
 --log-root DIR    where the catalogue is (LOGROOT)       -h, --help   --version

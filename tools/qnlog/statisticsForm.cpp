@@ -16,6 +16,7 @@
 namespace {
 
 constexpr int ENOUGH_FOR_TWO = 160; // columns: from here on, panels stand side by side
+constexpr int NARROW = 72;          // columns: the head takes several lines
 constexpr size_t MAX_ROWS = 20;     // of a panel
 
 // The largest first, the many small ones as one.
@@ -88,8 +89,10 @@ class StatisticsForm : public Form {
 
     void end(std::string &text) override {
         text += grouped(records_) + (records_ == 1 ? " record" : " records");
+        const char *lead = style_.width < NARROW ? "\n" : " ";
         if (records_ > 0)
-            text += " from " + clockText(first_) + " to " + clockText(last_);
+            text +=
+                lead + std::string("from ") + clockText(first_) + lead + "to " + clockText(last_);
         text += '\n';
         if (records_ == 0)
             return;

@@ -17,13 +17,13 @@ namespace {
 
 constexpr const char *USES = R"(Uses:
   qnlogd --log-root /var/log/voice
-      read /var/log/voice/logpipe, append to /var/log/voice/logfile, until SIGTERM
+      read logpipe there, append to logfile, until SIGTERM
   mv logfile logfile.1 && kill -HUP PID
       rotate: records go to a new logfile from then on
 
-It stays in the foreground. SIGTERM and SIGINT end it when the pipe is empty. While the
-disk is full it keeps records up to --keep bytes; then it stops reading, so that clients
-see their records refused.)";
+It stays in the foreground. SIGTERM and SIGINT end it when the pipe is empty.
+While the disk is full it keeps records up to --keep bytes; then it stops
+reading, so that clients see their records refused.)";
 
 constexpr size_t DEFAULT_KEEP = 16 << 20;
 constexpr size_t BATCH_BYTES = 128 << 10; // between two looks at the signals
@@ -181,8 +181,7 @@ std::string notOctalMode(const std::string &text) {
 } // namespace
 
 int main(int argc, char **argv) {
-    CLI::App app(
-        "The log daemon: appends what clients send through the log root's pipe to a log file.");
+    CLI::App app("Appends what clients send through the log root's pipe to a log file.");
     Arguments arguments;
     describeTool(app, "qnlogd", USES);
     app.add_option("--log-root", arguments.root, "Where pipe and file are (LOGROOT)")
