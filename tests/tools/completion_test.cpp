@@ -6,11 +6,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <fstream>
+#include <iterator>
 #include <set>
 #include <sstream>
 
 static const std::string TOOLS = TOOLS_DIR;
-static const std::string COMPLETIONS = TOOLS + "/../completions";
+static const std::string COMPLETIONS = COMPLETIONS_DIR;
 
 class EachTool : public testing::TestWithParam<const char *> {
   protected:
@@ -76,6 +78,19 @@ TEST_P(EachTool, helpNamesEveryOptionAndNoOther) {
     named.erase("--comment");                         // of qnclip's set and insert
     named.erase("--trailer");
     EXPECT_EQ(longOptionsIn(words), named);
+}
+
+static std::string slurp(const std::string &path) {
+    std::ifstream stream(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+}
+
+// Else: cmake --build TREE --target completions
+TEST_P(EachTool, installedScriptsAreWhatTheToolTells) {
+    const std::string program = TOOLS + "/" + name;
+    EXPECT_EQ(runTool(program, {"--completion", "bash"}).out, slurp(COMPLETIONS + "/bash/" + name));
+    EXPECT_EQ(runTool(program, {"--completion", "zsh"}).out, slurp(COMPLETIONS + "/zsh/_" + name));
+    EXPECT_NE(0, runTool(program, {"--completion", "csh"}).exitCode);
 }
 
 TEST_P(EachTool, bashKnowsIt) {

@@ -121,8 +121,10 @@ int main(int argc, char **argv) {
         ->type_name("FILE");
     app.add_option("--log-root", arguments.root, "Where the files go (LOGROOT, /usr/spool/log)")
         ->type_name("DIR");
-    app.add_flag("--check", arguments.checkOnly, "Write nothing, compare with the log root");
-    app.add_flag("--lnav", arguments.lnav, "Print a format for lnav, to read qnlog --json");
+    CLI::Option *check =
+        app.add_flag("--check", arguments.checkOnly, "Write nothing, compare with the log root");
+    app.add_flag("--lnav", arguments.lnav, "Print a format for lnav, to read qnlog --json")
+        ->excludes(check);
     app.add_flag("-q,--quiet", arguments.quiet, "Do not tell what was written");
     return runTool(app, argc, argv, [&] { return compile(arguments); });
 }
