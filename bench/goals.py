@@ -17,6 +17,8 @@ GOALS = [
     ("load of cmpLogFmt, 20,000 messages", "getcmpLogFmt", "read", "reading the same bytes", 3.0, "catalogue"),
     ("load of 20,000 symbols", "logReadSymbols", "getline", "getline, strtok_r, qsort by name", 2.0, "catalogue"),
     ("resident memory of a process that logs", "residentMemory", "platform", "the same by hand, the platform library alone", 300, "memory"),
+    ("qnlog: 2,000,000 records as text", "qnlogAll", "cat", "cat -v of the text", 4.0, "qnlog"),
+    ("qnlog: a filter that keeps 1 % of them", "qnlogFiltered", "grep", "grep over the same file", 2.0, "qnlog"),
     ("fputCharBuffer, 11 bytes, 1,000 pieces", "fputCharBuffer", "GString", "GString", 1.0, "buffers"),
     ("fputCharBuffer, 11 bytes, 1,000 pieces", "fputCharBuffer", "string", "std::string", 2.0, "buffers"),
     ("putStrCharBuffer, 11 bytes, 1,000 pieces", "putStrCharBuffer", "GString", "GString", 1.0, "buffers"),
