@@ -20,14 +20,15 @@ class Record {
         FOREIGN, // none of these
     };
 
-    /* Takes another entry, whole: the entry may go. Texts below are valid until the next one. */
+    /* Takes another entry. Its bytes are looked at where they lie, and have to stay. */
     void read(const LogEntry &entry);
 
     Kind kind() const { return kind_; }
     /* The entry's bytes, as in the log. */
-    std::string_view bytes() const { return {text_.data(), text_.size() - 1}; }
-    /* With the line feed, as the library's readers take a record. They never change it. */
-    char *text() { return text_.data(); }
+    std::string_view bytes() const { return bytes_; }
+    /* A copy with the line feed, as the library's readers take a record, valid until the next one.
+       They never change it. */
+    char *text();
 
     /* Of a record alone. */
     int32_t number() const { return number_; }
@@ -40,9 +41,10 @@ class Record {
 
   private:
     Kind kindOf(const LogEntry &entry);
-    bool readPlace(const char *text);
+    Kind readRecord();
 
-    std::string text_;
+    std::string_view bytes_;
+    std::string text_; // made when it is asked for
     Kind kind_ = Kind::FOREIGN;
     int32_t number_ = 0;
     int32_t priority_ = 0;
