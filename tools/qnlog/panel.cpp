@@ -106,15 +106,15 @@ Lines panelOf(const std::string &heading, const std::vector<Count> &counts, uint
     const std::string gap(GAP, ' ');
     uint64_t largest = 1;
     for (const Count &each : counts)
-        largest = std::max(largest, each.count);
+        largest = std::max(largest, each.hasBar ? each.count : 0);
     Lines lines = {
         painted(padded(padded(heading, columns.label) + gap + aligned("count", columns.count) +
                            gap + aligned("share", SHARE_WIDTH),
                        width),
                 HEADING_COLOUR, style.colour)};
     for (const Count &each : counts) {
-        const std::string bar =
-            padded(barOf(each.count, largest, columns.bar, style.blocks), columns.bar);
+        const std::string bar = padded(
+            each.hasBar ? barOf(each.count, largest, columns.bar, style.blocks) : "", columns.bar);
         lines.push_back(padded(shortened(each.label, columns.label), columns.label) + gap +
                         aligned(grouped(each.count), columns.count) + gap +
                         aligned(shareOf(each.count, std::max<uint64_t>(whole, 1)), SHARE_WIDTH) +

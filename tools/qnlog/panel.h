@@ -12,6 +12,7 @@ struct Count {
     std::string label; // of printable characters
     uint64_t count = 0;
     const char *colour = "";
+    bool hasBar = true;
 };
 
 using Lines = std::vector<std::string>;

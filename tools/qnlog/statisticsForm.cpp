@@ -15,17 +15,19 @@
 
 namespace {
 
-constexpr int ENOUGH_FOR_TWO = 160; // columns: from here on, panels stand side by side
-constexpr int NARROW = 72;          // columns: the head takes several lines
-constexpr size_t MAX_ROWS = 20;     // of a panel
+constexpr int ENOUGH_FOR_TWO = 120; // columns: panels side by side
+constexpr int ENOUGH_FOR_THREE = 180;
+constexpr int GAP = 4;          // columns between them
+constexpr int NARROW = 72;      // columns: the head takes several lines
+constexpr size_t MAX_ROWS = 20; // of a panel
 
-// The largest first, the many small ones as one.
+// The largest first, the many small ones as one, whose bar would dwarf theirs.
 std::vector<Count> ranked(std::vector<Count> counts, const char *others) {
     std::stable_sort(counts.begin(), counts.end(),
                      [](const Count &a, const Count &b) { return a.count > b.count; });
     if (counts.size() <= MAX_ROWS)
         return counts;
-    Count rest = {grouped(counts.size() - MAX_ROWS + 1) + others, 0};
+    Count rest = {grouped(counts.size() - MAX_ROWS + 1) + others, 0, "", false};
     for (size_t i = MAX_ROWS - 1; i < counts.size(); i++)
         rest.count += counts[i].count;
     counts.resize(MAX_ROWS - 1);
@@ -60,14 +62,15 @@ void put(std::string &text, const Lines &lines) {
 }
 
 // Every line of a panel has the panel's width; an empty one is filled up.
-Lines sideBySide(const Lines &left, const Lines &right, size_t leftWidth) {
-    const std::string gap = "    ";
+Lines sideBySide(const std::vector<Lines> &panels, size_t width) {
     Lines lines;
-    for (size_t i = 0; i < std::max(left.size(), right.size()); i++) {
-        const bool blank = i >= left.size() || left[i].empty();
-        lines.push_back((blank ? std::string(leftWidth, ' ') : left[i]) + gap +
-                        (i < right.size() ? right[i] : ""));
-    }
+    for (size_t at = 0; at < panels.size(); at++)
+        for (size_t i = 0; i < std::max(lines.size(), panels[at].size()); i++) {
+            if (i == lines.size())
+                lines.emplace_back(at * (width + GAP), ' ');
+            const bool blank = i >= panels[at].size() || panels[at][i].empty();
+            lines[i] += (blank ? std::string(width, ' ') : panels[at][i]) + std::string(GAP, ' ');
+        }
     return lines;
 }
 
@@ -97,17 +100,26 @@ class StatisticsForm : public Form {
         if (records_ == 0)
             return;
         text += '\n';
-        StatisticsStyle style = style_;
-        const bool two = style.width >= ENOUGH_FOR_TWO;
-        if (two)
-            style.width = (style.width - 4) / 2;
-        const Lines left = stacked({priorityPanel(style), classPanel(style)});
-        const Lines right = stacked({symbolPanel(style), producerPanel(style)});
-        put(text, two ? sideBySide(left, right, static_cast<size_t>(style.width))
-                      : stacked({left, right}));
+        put(text, arranged());
     }
 
   private:
+    Lines arranged() const {
+        StatisticsStyle style = style_;
+        const int columns = style.width >= ENOUGH_FOR_THREE ? 3
+                            : style.width >= ENOUGH_FOR_TWO ? 2
+                                                            : 1;
+        style.width = (style.width - (columns - 1) * GAP) / columns;
+        const auto width = static_cast<size_t>(style.width);
+        const Lines left = stacked({priorityPanel(style), classPanel(style)});
+        const Lines symbols = symbolPanel(style);
+        const Lines producers = producerPanel(style);
+        if (columns == 3)
+            return sideBySide({left, symbols, producers}, width);
+        return columns == 2 ? sideBySide({left, stacked({symbols, producers})}, width)
+                            : stacked({left, symbols, producers});
+    }
+
     Lines priorityPanel(const StatisticsStyle &style) const {
         std::vector<Count> counts;
         for (size_t i = 0; i < priorities_.size(); i++) {
