@@ -257,7 +257,7 @@ TEST(Statistics, colourIsSparing) {
     const std::string out = run(sampleLog(), {"--stats", "--color", "always"}, {"LC_ALL=C"}).out;
     EXPECT_NE(std::string::npos, out.find("\x1B[31m####"));
     EXPECT_NE(std::string::npos, out.find("\x1B[1mpriority"));
-    EXPECT_EQ(0U, std::count(out.begin(), out.end(), '\x1B') % 2U);
+    EXPECT_EQ(0, std::count(out.begin(), out.end(), '\x1B') % 2);
 }
 
 TEST(Statistics, followWhatTheFiltersLeave) {
