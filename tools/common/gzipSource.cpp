@@ -25,7 +25,7 @@ class GzipSource : public ByteSource {
         stream_.avail_out = static_cast<uInt>(size);
         while (stream_.avail_out == size && failure_.empty()) {
             const size_t count = input_.fetch();
-            if (count == 0 && !holdsMore_)
+            if (count == 0)
                 break;
             if (ended_)
                 beginNext();
@@ -35,7 +35,6 @@ class GzipSource : public ByteSource {
         // What came before the damage goes out first.
         if (stream_.avail_out == size && !failure_.empty())
             throw WorkFailed(name_ + ": damaged gzip data: " + failure_);
-        holdsMore_ = stream_.avail_out == 0 && !ended_;
         return size - stream_.avail_out;
     }
 
@@ -55,14 +54,14 @@ class GzipSource : public ByteSource {
         ended_ = false;
     }
 
-    // False: nothing can come of what there is.
+    // False: nothing can come of what there is. Where the block is filled, bytes are left to take:
+    // a part ends with its sums.
     bool inflateSome(size_t count) {
-        stream_.next_in = count == 0 ? nullptr : reinterpret_cast<const Bytef *>(input_.bytes());
+        stream_.next_in = reinterpret_cast<const Bytef *>(input_.bytes());
         stream_.avail_in = static_cast<uInt>(count);
         const int result = inflate(&stream_, Z_NO_FLUSH);
         input_.take(count - stream_.avail_in);
         ended_ = result == Z_STREAM_END;
-        holdsMore_ = holdsMore_ && result == Z_OK;
         if (result != Z_OK && !ended_ && result != Z_BUF_ERROR)
             failure_ = stream_.msg == nullptr ? "no memory" : stream_.msg;
         return result != Z_BUF_ERROR;
@@ -72,8 +71,7 @@ class GzipSource : public ByteSource {
     CompressedInput input_;
     z_stream stream_ = {};
     std::string failure_;
-    bool ended_ = false;     // a part, and no other one has begun
-    bool holdsMore_ = false; // of what was read already, for the last block was filled
+    bool ended_ = false; // a part, and no other one has begun
 };
 
 } // namespace

@@ -18,15 +18,13 @@ class ZstdSource : public ByteSource {
         ZSTD_outBuffer out = {block, size, 0};
         while (out.pos == 0 && failure_.empty()) {
             const size_t count = input_.fetch();
-            if (count == 0 && !holdsMore_)
+            if (count == 0)
                 break;
-            holdsMore_ = false;
             decompressSome(out, count);
         }
         // What came before the damage goes out first.
         if (out.pos == 0 && !failure_.empty())
             throw WorkFailed(name_ + ": damaged zstd data: " + failure_);
-        holdsMore_ = out.pos == size;
         return out.pos;
     }
 
@@ -36,11 +34,9 @@ class ZstdSource : public ByteSource {
     }
 
   private:
+    // Where the block is filled, the library leaves a byte to take until all is out.
     void decompressSome(ZSTD_outBuffer &out, size_t count) {
         ZSTD_inBuffer in = {input_.bytes(), count, 0};
-        // Behind a frame's end and without a byte of the next one there is nothing to expect.
-        if (count == 0 && expected_ == 0)
-            return;
         expected_ = ZSTD_decompressStream(stream_.get(), &out, &in);
         input_.take(in.pos);
         if (ZSTD_isError(expected_) != 0)
@@ -54,8 +50,7 @@ class ZstdSource : public ByteSource {
     CompressedInput input_;
     std::unique_ptr<ZSTD_DStream, Free> stream_{ZSTD_createDStream()};
     std::string failure_;
-    size_t expected_ = 1;    // of the present frame; 0: it has ended
-    bool holdsMore_ = false; // of what was read already, for the last block was filled
+    size_t expected_ = 1; // of the present frame; 0: it has ended
 };
 
 } // namespace
