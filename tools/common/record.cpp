@@ -1,24 +1,43 @@
 #include "record.h"
 
 #include <algorithm>
+#include <array>
 
 constexpr char FS = '\x1C';
 constexpr char GS = '\x1D';
 
-static bool isSpace(char ch) {
-    return ch == ' ' || (ch >= '\t' && ch <= '\r');
+// What a byte may be, a bit for each: one look tells where a part ends.
+enum ByteClass : uint8_t { SPACE = 1, DIGIT = 2, SEPARATOR = 4, COLON = 8 };
+
+static constexpr std::array<uint8_t, 256> makeClasses() {
+    std::array<uint8_t, 256> classes = {};
+    for (const char each : {' ', '\t', '\n', '\v', '\f', '\r'})
+        classes[static_cast<unsigned char>(each)] = SPACE;
+    for (char each = '0'; each <= '9'; each++)
+        classes[static_cast<unsigned char>(each)] = DIGIT;
+    classes[static_cast<unsigned char>(FS)] = SEPARATOR;
+    classes[':'] = COLON;
+    return classes;
 }
 
-static bool isDigit(char ch) {
-    return ch >= '0' && ch <= '9';
+static constexpr uint8_t NO_HEX_DIGIT = 0x10;
+
+static constexpr std::array<uint8_t, 256> makeHexValues() {
+    std::array<uint8_t, 256> values = {};
+    values.fill(NO_HEX_DIGIT);
+    for (uint8_t value = 0; value < 10; value++)
+        values[static_cast<size_t>('0' + value)] = value;
+    for (uint8_t value = 10; value < 16; value++)
+        values[static_cast<size_t>('a' + value - 10)] =
+            values[static_cast<size_t>('A' + value - 10)] = value;
+    return values;
 }
 
-// 16 for what is no hexadecimal digit.
-static uint32_t hexValue(char ch) {
-    const auto letter = static_cast<unsigned char>((ch | 0x20) - 'a');
-    if (isDigit(ch))
-        return static_cast<uint32_t>(ch - '0');
-    return letter < 6 ? letter + 10U : 16;
+static constexpr std::array<uint8_t, 256> CLASSES = makeClasses();
+static constexpr std::array<uint8_t, 256> HEX_VALUES = makeHexValues();
+
+static bool isOf(char ch, unsigned classes) {
+    return (CLASSES[static_cast<unsigned char>(ch)] & classes) != 0;
 }
 
 namespace {
@@ -28,8 +47,8 @@ class Rest {
   public:
     explicit Rest(std::string_view text) : at_(text.data()), end_(at_ + text.size()) {}
     bool isAt(char ch) const { return at_ != end_ && *at_ == ch; }
-    bool isAtSpace() const { return at_ != end_ && isSpace(*at_); }
-    bool isAtDigit() const { return at_ != end_ && isDigit(*at_); }
+    bool isAtSpace() const { return at_ != end_ && isOf(*at_, SPACE); }
+    bool isAtDigit() const { return at_ != end_ && isOf(*at_, DIGIT); }
     bool isEmpty() const { return at_ == end_; }
     std::string_view view() const { return {at_, static_cast<size_t>(end_ - at_)}; }
     char take() { return *at_++; }
@@ -37,10 +56,9 @@ class Rest {
         while (isAtSpace())
             ++at_;
     }
-    template<typename Ends>
-    std::string_view takeUntil(Ends ends) {
+    std::string_view takeUntil(unsigned classes) {
         const char *const from = at_;
-        while (at_ != end_ && !ends(*at_))
+        while (at_ != end_ && !isOf(*at_, classes))
             ++at_;
         return {from, static_cast<size_t>(at_ - from)};
     }
@@ -48,14 +66,14 @@ class Rest {
         constexpr int DIGITS = 8;
         if (end_ - at_ < DIGITS)
             return false;
+        uint32_t seen = 0;
         for (int i = 0; i < DIGITS; i++) {
-            const uint32_t value = hexValue(at_[i]);
-            if (value > 15)
-                return false;
-            time = time << 4 | value;
+            const uint32_t value = HEX_VALUES[static_cast<unsigned char>(at_[i])];
+            time = time << 4 | (value & 0xF);
+            seen |= value;
         }
         at_ += DIGITS;
-        return true;
+        return (seen & NO_HEX_DIGIT) == 0;
     }
 
   private:
@@ -100,11 +118,11 @@ Record::Kind Record::readRecord() {
         return Kind::FOREIGN;
     if (number_ < 0)
         return number_ == COMMENT ? Kind::COMMENT : Kind::FOREIGN;
-    producer_ = rest.takeUntil([](char ch) { return ch == FS || isSpace(ch); });
+    producer_ = rest.takeUntil(SEPARATOR | SPACE);
     if (!rest.isAtSpace())
         return Kind::FOREIGN;
     rest.skipSpace();
-    file_ = rest.takeUntil([](char ch) { return ch == FS || ch == ':'; });
+    file_ = rest.takeUntil(SEPARATOR | COLON);
     if (!rest.isAt(':'))
         return Kind::FOREIGN;
     rest.take();
