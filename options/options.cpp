@@ -244,21 +244,17 @@ struct Expansion {
     bool isWhole;   // false once memory was exhausted: a piece is missing
 };
 
-// Makes the next growth one of at least so many bytes, and at least a doubling: steps of one fixed
-// size copy a long text over and over.
-static void prepareGrowth(CharBuffer *buffer, size_t bytes) {
-    size_t step = static_cast<size_t>(buffer->size);
-    if (step < static_cast<size_t>(TEXT_INCREMENT))
-        step = static_cast<size_t>(TEXT_INCREMENT);
-    if (step < bytes && bytes <= INT32_MAX)
-        step = bytes;
-    buffer->increment = static_cast<uint32_t>(step);
+// Makes the next growth a doubling: steps of one fixed size copy a long text over and over.
+static void prepareGrowth(CharBuffer *buffer) {
+    constexpr auto FIRST = static_cast<uint32_t>(TEXT_INCREMENT);
+    const auto size = static_cast<uint32_t>(buffer->size);
+    buffer->increment = size < FIRST ? FIRST : size;
 }
 
 // Appends the characters; false when memory is exhausted.
 static bool putSpan(CharBuffer *buffer, const char *text, size_t length) {
     while (static_cast<size_t>(buffer->limit - buffer->next) < length) {
-        prepareGrowth(buffer, length + 1);
+        prepareGrowth(buffer);
         if (expandCharBuffer(buffer) == nullptr)
             return false;
     }
@@ -617,8 +613,18 @@ static OptionEntry *findRow(Rows &rows, const char *name) {
     return findFrom(rows.table + rows.marked, name);
 }
 
-static bool keepsTheTable(OptionHandler handler) {
-    return handler == optInteger || handler == optBool || handler == optStr || handler == optEnv;
+// The library's own handlers leave the rows' names alone, unless they store into the table, or turn
+// a default to upper case that is a name too.
+static bool mayChangeNames(const Rows &rows, const OptionEntry &entry, const char *value) {
+    if (entry.handler == optEnv)
+        return false;
+    if (entry.handler == optBool && value == nullptr)
+        return true;
+    const auto place = reinterpret_cast<uintptr_t>(entry.destination);
+    const auto table = reinterpret_cast<uintptr_t>(rows.table);
+    const bool inTable = place - table < sizeof rows.marks * sizeof(OptionEntry);
+    return inTable ||
+           (entry.handler != optInteger && entry.handler != optBool && entry.handler != optStr);
 }
 
 static void apply(Rows &rows, OptionEntry *entry, char *name, char *value) {
@@ -626,7 +632,7 @@ static void apply(Rows &rows, OptionEntry *entry, char *name, char *value) {
         exportOption(entry, name, value);
         return;
     }
-    rows.mayChange = rows.mayChange || !keepsTheTable(entry->handler);
+    rows.mayChange = rows.mayChange || mayChangeNames(rows, *entry, value);
     entry->handler(entry, name, value);
 }
 

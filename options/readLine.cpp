@@ -61,10 +61,11 @@ static size_t storeBytes(ReadInfo *state, uint32_t length, const char *bytes, si
 
 /* ---- the stream ---- */
 
-// The stream is locked once for a line, not for each byte. As in getc, nobody is there to be kept
-// out of it before the process has a second thread.
+// The stream is locked once for a piece, not for each byte, and not while it waits for input: a
+// thread that is cancelled there leaves no lock behind. As in getc, a stream that its user locks is
+// not, and nobody is there to be kept out before the process has a second thread.
 struct StreamGuard {
-    explicit StreamGuard(FILE *stream) : locked(__libc_single_threaded != 0 ? nullptr : stream) {
+    explicit StreamGuard(FILE *stream) : locked(needsLock(stream) ? stream : nullptr) {
         if (locked != nullptr)
             flockfile(locked);
     }
@@ -74,6 +75,10 @@ struct StreamGuard {
     }
     StreamGuard(const StreamGuard &) = delete;
     StreamGuard &operator=(const StreamGuard &) = delete;
+
+    static bool needsLock(const FILE *stream) {
+        return __libc_single_threaded == 0 && (stream->_flags & _IO_USER_LOCK) == 0;
+    }
 
     FILE *locked;
 };
@@ -184,6 +189,7 @@ static char *endLine(ReadInfo *state, uint32_t length, LineEvent event) {
 // Nearly every line: all of it at hand, with room for it, and nothing to join. Null for any other,
 // with nothing done.
 static char *takeWholeLine(ReadInfo *state, FILE *stream, Joining joining) {
+    const StreamGuard guard(stream);
     const char *bytes = stream->_IO_read_ptr;
     const size_t atHand = bytesAtHand(stream);
     const size_t count = atHand < state->capacity ? atHand : state->capacity;
@@ -203,11 +209,16 @@ static char *takePieces(ReadInfo *state, FILE *stream, Joining joining) {
     LineEvent event = LINE_GOES_ON;
     uint32_t length = 0;
     bool any = false;
-    for (; event != LINE_ENDED && bringBytes(stream); any = true) {
+    while (event != LINE_ENDED && bringBytes(stream)) {
+        const StreamGuard guard(stream);
+        const size_t atHand = bytesAtHand(stream);
+        if (atHand == 0)
+            continue; // another thread took them
+        any = true;
         if (line.previous == '\n')
             ++state->inlineCnt;
         const char *bytes = stream->_IO_read_ptr;
-        const size_t count = pieceLength(bytes, bytesAtHand(stream), joining);
+        const size_t count = pieceLength(bytes, atHand, joining);
         const size_t stored = storeBytes(state, length, bytes, count);
         stream->_IO_read_ptr += stored < count ? stored + 1 : count;
         if (stored < count)
@@ -223,7 +234,6 @@ static char *takePieces(ReadInfo *state, FILE *stream, Joining joining) {
 }
 
 char *readLogicalLine(ReadInfo *state, FILE *stream, Joining joining) {
-    const StreamGuard guard(stream);
     char *line = takeWholeLine(state, stream, joining);
     return line != nullptr ? line : takePieces(state, stream, joining);
 }
