@@ -783,4 +783,34 @@ TEST(ProcessOptions, withoutMemoryForADefaultOptionThereIsNone) {
     });
 }
 
+// So many statements of a row that more of them are found by other means.
+constexpr char MANY_STATEMENTS[] = "OLD=1;OLD=1;OLD=1;OLD=1;OLD=1;OLD=1;OLD=1;OLD=1;OLD=1;OLD=1;";
+
+TEST(ProcessOptions, rowRenamedThroughAnotherOnesDestinationIsFound) {
+    int32_t number = 0;
+    char old[] = "OLD", next[] = "NEXT";
+    OptionEntry table[] = {{next, nullptr, optStr, &table[1].name},
+                           {old, nullptr, optInteger, &number},
+                           {nullptr, nullptr, nullptr, nullptr}};
+    std::string line = std::string(MANY_STATEMENTS) + "NEXT=FRESH; FRESH=5";
+    char *lines[] = {line.data(), nullptr};
+    EXPECT_EQ(processOptions(lines, table), 1);
+    EXPECT_EQ(number, 5);
+    freecopy(table[1].name);
+}
+
+TEST(ProcessOptions, rowWhoseNameADefaultTurnsToUpperCaseIsFound) {
+    int32_t number = 0, flag = 0;
+    char old[] = "OLD", switchName[] = "FLAG", shared[] = "yes";
+    OptionEntry table[] = {{old, nullptr, optInteger, &number},
+                           {switchName, shared, optBool, &flag},
+                           {shared, nullptr, optInteger, &number},
+                           {nullptr, nullptr, nullptr, nullptr}};
+    std::string line = std::string(MANY_STATEMENTS) + "FLAG=";
+    char last[] = "YES=7";
+    char *lines[] = {line.data(), last, nullptr};
+    EXPECT_EQ(processOptions(lines, table), 1);
+    EXPECT_EQ(number, 7);
+}
+
 } // namespace

@@ -14,6 +14,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <dlfcn.h>
+#include <pthread.h>
+#include <stdio_ext.h>
 #include <string>
 #include <thread>
 #include <sys/wait.h>
@@ -387,6 +389,60 @@ TEST_F(ReadLine, timeoutOfTheClockDoesNotEndTheInput) {
         EXPECT_EQ(ferror(stream), 0);
         fclose(stream);
         waitpid(child, nullptr, 0);
+    });
+}
+
+// A pipe's end as a stream, and the other end.
+struct PipedStream {
+    PipedStream() {
+        int ends[2] = {-1, -1};
+        EXPECT_EQ(pipe(ends), 0);
+        stream = fdopen(ends[0], "r");
+        writeEnd = ends[1];
+    }
+    ~PipedStream() {
+        fclose(stream);
+        close(writeEnd);
+    }
+    PipedStream(const PipedStream &) = delete;
+    PipedStream &operator=(const PipedStream &) = delete;
+
+    FILE *stream;
+    int writeEnd;
+};
+
+void waitInto(std::atomic<bool> *started, FILE *stream) {
+    *started = true;
+    readFpIntoArray(stream, 0, 0);
+}
+
+TEST(ReadFpIntoArray, threadCancelledWhileItWaitsLeavesTheStreamUnlocked) {
+    expectChildPasses([] {
+        alarm(10); // a stream left locked is never closed
+        const PipedStream piped;
+        std::atomic<bool> started = false;
+        std::thread reader(waitInto, &started, piped.stream);
+        while (!started)
+            usleep(1000);
+        usleep(50000); // it waits for the first byte by then
+        ASSERT_EQ(pthread_cancel(reader.native_handle()), 0);
+        reader.join();
+        ASSERT_EQ(ftrylockfile(piped.stream), 0);
+        funlockfile(piped.stream);
+    });
+}
+
+TEST_F(ReadLine, streamThatItsUserLocksIsNotLocked) {
+    expectChildPasses([] {
+        alarm(10); // the reader would wait for the lock for good
+        const PipedStream piped;
+        __fsetlocking(piped.stream, FSETLOCKING_BYCALLER);
+        flockfile(piped.stream);
+        ASSERT_EQ(write(piped.writeEnd, "x\n", 2), 2);
+        string line;
+        std::thread([&] { line = readLine(piped.stream); }).join();
+        funlockfile(piped.stream);
+        EXPECT_EQ(line, "x\n");
     });
 }
 
