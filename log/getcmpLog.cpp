@@ -103,12 +103,12 @@ static Offsets readOffsets(int fd, uint32_t count, int64_t fileSize) {
 }
 
 // Null when the size is more than one read can give, or is not all there. The block reaches as far
-// as the largest offset can and ends in a zero, so that no offset leads out of it.
-static char *readStrings(int fd, int64_t size, uint16_t largestOffset) {
+// as an offset of these bits can, and ends in a zero, so that no offset leads out of it.
+static char *readStrings(int fd, int64_t size, uint16_t offsetBits) {
     if (size < 0 || size > INT32_MAX)
         return nullptr;
     const size_t count = static_cast<size_t>(size);
-    const size_t reach = count > largestOffset ? count : largestOffset;
+    const size_t reach = count > offsetBits ? count : offsetBits;
     char *strings = static_cast<char *>(malloc(reach + 1));
     if (strings != nullptr && readInto(fd, strings, count) == count) {
         memset(strings + count, 0, reach + 1 - count);

@@ -46,7 +46,7 @@ typedef struct LogMsg {
     char *spare3;     /* reserved, as spare1 */
     int32_t priority; /* 0 to 9; 0 to 4 have a mark in msgPri */
     int32_t time;     /* signed seconds since the epoch */
-    struct tm tm;     /* localtime of time */
+    struct tm tm;     /* localtime of time; tzname and its like may stay as they were */
     char *producer;   /* name of the program that wrote the record */
     char *spare4;     /* reserved; released and emptied when the producer changes */
     char *file;       /* source file name */

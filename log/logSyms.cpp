@@ -131,19 +131,10 @@ static int32_t absoluteIndex(HeaderRead *read, const char *className, int32_t re
     return start == LOG_UNKNOWN_CLASS || index > INT32_MAX ? -1 : static_cast<int32_t>(index);
 }
 
-// Room for half as many again: by the array's own steps a large table would be moved again and
-// again. Where memory for it is exhausted the array takes its own step.
-static void makeRoom() {
-    ArrayDescriptor *table = &arrDescPtr[symbolTable];
-    if (table->count == table->capacity)
-        expandArray(table, static_cast<int32_t>(table->count / 2 + 1));
-}
-
 // Takes the symbol's texts over.
 static void appendSymbol(HeaderRead *read, LogSymbol *symbol) {
     if (symbol->relIndex != NO_NUMBER)
         symbol->absIndex = absoluteIndex(read, symbol->className, symbol->relIndex);
-    makeRoom();
     if (arrayPut(symbolTable, symbol) == nullptr) {
         read->className = nullptr;
         read->isWhole = false;

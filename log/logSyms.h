@@ -12,10 +12,10 @@
    There is no table until the first read. A lookup without one reads the current directory: the one
    set, else "head" under the log root ("LOGROOT", or "/usr/spool/log"); a directory that cannot be
    read gives no symbols, without a message. logReadSymbols sorts the table by name;
-   logReadHeader alone appends in the file's order. Records and texts belong to the table: they are
-   valid until the symbols are freed or read again, a record's address also only until a header is
-   read. Lookups by absolute number and by class and relative number take time independent of the
-   number of symbols, a lookup by name the logarithm of it.
+   logReadHeader alone appends in the file's order. Records and texts belong to the table, which
+   alone releases them: they are valid until the symbols are freed or read again, a record's address
+   also only until a header is read. Lookups by absolute number and by class and relative number
+   take time independent of the number of symbols, a lookup by name the logarithm of it.
 
    The state is the process's, without locks: one thread at a time, and no signal handler. The line
    reader is given back as it was found. */

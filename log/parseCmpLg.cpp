@@ -1,5 +1,6 @@
 #include "parseCmpLg.h"
 
+#include "../buffers/arrays.h"
 #include "../buffers/clearCopy.h"
 #include "../buffers/cntlchrs.h"
 #include "../core/mkcopy.h"
@@ -13,6 +14,7 @@
 
 static constexpr uint32_t PLAIN_FLAGS = 0x100;
 static constexpr int32_t COMMENT = -2;
+static constexpr uint32_t INLINE_ARRAY = 0;
 static constexpr int32_t VISIBLE_TEXT = CLEAR_UPPER | CLEAR_WHITE;
 
 // A stretch of the record's text; a null start: not found.
@@ -116,24 +118,32 @@ static bool copyPart(char **field, const Span &span) {
     return span.start == nullptr || (*field = copySpan(span)) != nullptr;
 }
 
-static bool copyArguments(LogMsg *msg, const RecordParts &parts) {
-    if (parts.argCount == 0)
+static bool putArgument(uint32_t array, const Span &span) {
+    const LogMsgArg argument = {copySpan(span), nullptr};
+    if (argument.value != nullptr && arrayPut(array, &argument) != nullptr)
         return true;
-    if (parts.argCount <= INT32_MAX && parts.argCount <= PTRDIFF_MAX / sizeof(LogMsgArg))
-        msg->args = static_cast<LogMsgArg *>(malloc(parts.argCount * sizeof(LogMsgArg)));
-    if (msg->args == nullptr)
+    freecopy(argument.value);
+    return false;
+}
+
+// Into an array whose block becomes the message's: editors of records count on the room that its
+// steps leave behind the last argument.
+static bool copyArguments(LogMsg *msg, const RecordParts &parts) {
+    if (parts.arguments == nullptr)
+        return true;
+    const uint32_t array = arrayOpen(INLINE_ARRAY, sizeof(LogMsgArg));
+    if (array == 0)
         return false;
     const char *text = parts.arguments;
-    while (static_cast<size_t>(msg->argCount) < parts.argCount) {
+    bool isWhole = true;
+    while (isWhole && static_cast<size_t>(msg->argCount) < parts.argCount) {
         const Span span = {text, argumentEnd(text)};
-        LogMsgArg *arg = &msg->args[msg->argCount];
-        *arg = {copySpan(span), nullptr};
-        if (arg->value == nullptr)
-            return false;
-        ++msg->argCount;
+        isWhole = putArgument(array, span);
+        msg->argCount += isWhole ? 1 : 0;
         text = span.end + 1;
     }
-    return true;
+    msg->args = static_cast<LogMsgArg *>(arrayDone(array));
+    return isWhole;
 }
 
 // False when memory is exhausted: the record is refused then, never returned with less.
