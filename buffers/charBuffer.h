@@ -77,7 +77,7 @@ QN_API char *insertStrIntoCharBuffer(CharBuffer *buffer, const char *text, int32
 #if defined __GNUC__ && defined __OPTIMIZE__ && !defined QN_NO_APPENDS_IN_PLACE
 
 extern __inline __attribute__((__gnu_inline__)) int fputCharBuffer(CharBuffer *buffer, char ch) {
-    const signed char stored = ch;
+    const signed char stored = (signed char)ch;
     if (!buffer)
         return -1;
     if (__builtin_expect(buffer->next >= buffer->limit, 0) && !expandCharBuffer(buffer))

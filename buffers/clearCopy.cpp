@@ -221,6 +221,10 @@ View::View(int32_t flags) : mode(modeTable(flags)) {
         low[CNTL_NP].add(CNTL_NP);
         low[CNTL_CR].add(CNTL_CR);
     }
+    // Some locales have letters there, which stand for themselves as all graphic characters do.
+    for (unsigned byte = 0; byte < CNTL_SP; ++byte)
+        if (isgraph(static_cast<int>(byte)) != 0)
+            low[byte] = itself(byte);
 }
 
 // ---- words of bytes, all looked at at once
@@ -280,7 +284,9 @@ static char *showByte(char *out, unsigned char byte, const View &view) {
     return out + rendering.size;
 }
 
-// Writes the whole word, and what is behind each of the others once more behind its rendering.
+// Writes the whole word, and what is behind each of the others once more behind its rendering: of
+// "ab\1cdefg" the word, then "<\001>" over "\1cdefg", then "cdefg". Byte 0 is the word's lowest, as
+// on both of this library's machines.
 static char *showWord(char *out, Word word, Word others, const View &view) {
     unsigned shown = 0; // bits of the word
     memcpy(out, &word, sizeof word);

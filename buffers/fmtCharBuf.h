@@ -15,7 +15,8 @@
    "%s" without a precision, or with precision 0, is measured to its terminator; with a precision
    above 0 no byte beyond it is read.
 
-   A null format is the empty one. No argument may lie in the buffer that is formatted into. fmtStr
+   A null format is the empty one. Neither an argument nor the format may lie in the buffer that is
+   formatted into. fmtStr
    and vfmtStr are safe in any thread, the others where the buffer is this thread's; none is safe in
    a signal handler. */
 #ifndef QUARNEL_BUFFERS_FMTCHARBUF_H

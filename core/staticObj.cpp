@@ -3,16 +3,13 @@
 // Creates the key unless it exists; sets isNew when this call did. Returns 0 or the thread
 // library's error.
 static int ensureKey(StaticObj *descriptor, bool *isNew) {
-    *isNew = false;
-    // Without the guard where the key is there already: whoever sees the 1 sees the key too.
-    if (__atomic_load_n(&descriptor->created, __ATOMIC_ACQUIRE) != 0)
-        return 0;
     int error = 0;
+    *isNew = false;
     pthread_mutex_lock(&descriptor->guard);
     if (descriptor->created == 0) {
         error = pthread_key_create(&descriptor->key, descriptor->destructor);
         *isNew = error == 0;
-        __atomic_store_n(&descriptor->created, error == 0 ? 1 : 0, __ATOMIC_RELEASE);
+        descriptor->created = error == 0 ? 1 : 0;
     }
     pthread_mutex_unlock(&descriptor->guard);
     return error;

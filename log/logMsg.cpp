@@ -21,9 +21,10 @@ static constexpr uint32_t TO_STANDARD_ERROR = 2; // destination: shown here; alo
 static constexpr size_t DESTINATION_WIDTH = 8;   // digits in front of a record's body
 static constexpr int FIELD_SEPARATOR = 0x1C;
 // What a header's parts take at most: the blank before the file, the colon and the line; and that
-// with the numbers before the names.
-static constexpr int LINE_MAX = 1 + 1 + 11;
-static constexpr int NUMBERS_MAX = 8 + 11 + 2 + 11 + 8 + LINE_MAX;
+// with what stands before the names: destination, number, blank and separator, priority, time.
+static constexpr int INT_DIGITS = 11; // and the sign
+static constexpr int LINE_MAX = 1 + 1 + INT_DIGITS;
+static constexpr int NUMBERS_MAX = 8 + INT_DIGITS + 2 + INT_DIGITS + 8 + LINE_MAX;
 static constexpr uint32_t FIRST_SYSTEM_ERROR = 1727; // message number of errno 0
 
 uint32_t _destination;

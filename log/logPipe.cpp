@@ -74,10 +74,11 @@ static ssize_t writeMasked(int fd, const void *bytes, size_t count) {
 static constexpr int RWF_NOSIGNAL = 0x100; // of Linux 6.18
 #endif
 
-// What a write that the kernel accepted can say; anything else is a kernel, or a filter of calls,
-// that refuses the flag.
-static bool isOfTheWrite(int error) {
-    return error == EAGAIN || error == EPIPE || error == EINTR || error == EBADF || error == EIO;
+// How a kernel, or a filter of calls, says that it knows no such write; anything else is the
+// write's own failure.
+static bool isRefusal(int error) {
+    return error == EOPNOTSUPP || error == ENOSYS || error == EINVAL || error == EPERM ||
+           error == EACCES;
 }
 
 // Writes without a SIGPIPE: the kernel leaves it out where it can, at the cost of the write alone.
@@ -86,7 +87,7 @@ static ssize_t writeQuietly(int fd, const void *bytes, size_t count) {
     if (!__atomic_load_n(&isRefused, __ATOMIC_RELAXED)) {
         const iovec part = {const_cast<void *>(bytes), count};
         const ssize_t written = pwritev2(fd, &part, 1, -1, RWF_NOSIGNAL);
-        if (written >= 0 || isOfTheWrite(errno))
+        if (written >= 0 || !isRefusal(errno))
             return written;
         __atomic_store_n(&isRefused, true, __ATOMIC_RELAXED);
     }

@@ -18,6 +18,8 @@
 
 // Bytes from here on are graphic, as in the locales of one byte a character.
 static int firstHighGraphic = 0x100;
+// So is this one below the space, as in the locales of some alphabets.
+static int lowGraphic = -1;
 
 // The classes of bytes that the library looks up, from -128 to 255: what is compiled with
 // optimisation takes them from the table, the rest asks isgraph.
@@ -29,6 +31,8 @@ extern "C" const unsigned short **__ctype_b_loc() noexcept {
     memcpy(classes, *real() - 128, sizeof classes);
     for (int byte = firstHighGraphic; byte < 0x100; ++byte)
         classes[128 + byte] |= _ISgraph;
+    if (lowGraphic >= 0)
+        classes[128 + lowGraphic] |= _ISgraph;
     return &place;
 }
 
@@ -47,6 +51,15 @@ std::string rendered(const std::string &bytes, int32_t flags) {
 
 std::string renderedByte(int byte, int32_t flags) {
     return rendered(std::string(1, static_cast<char>(byte)), flags);
+}
+
+TEST(ClearCopy, letterOfTheLocaleBelowTheSpaceStandsForItself) {
+    lowGraphic = 1;
+    for (int32_t mode = 0; mode <= CLEAR_MODE_MASK; ++mode)
+        EXPECT_EQ(rendered("a\1b", mode), "a\1b") << mode;
+    EXPECT_EQ(rendered("a\2b", CLEAR_ESCAPE), "a<\\002>b");
+    lowGraphic = -1;
+    EXPECT_EQ(rendered("a\1b", CLEAR_ESCAPE), "a<\\001>b");
 }
 
 TEST(ClearCopy, workedRenderings) {

@@ -227,6 +227,19 @@ TEST(QuietWrite, aFullPipeIsNoRefusal) {
     });
 }
 
+TEST(QuietWrite, aFailureOfTheWriteIsNoRefusal) {
+    withClient([](ClientRoot &root) {
+        for (const int error : {ENOMEM, ENOSPC, EFBIG, EDQUOT, EIO}) {
+            refusal = error;
+            asked = 0;
+            EXPECT_EQ(logEvent(PLAIN, 1, 0, "a", 7), nullptr);
+            EXPECT_EQ(errno, error);
+            EXPECT_EQ(asked, 2) << "one retry, after opening anew";
+            EXPECT_EQ(root.received(), "");
+        }
+    });
+}
+
 TEST(QuietWrite, aPartIsSentAnewAndThenGivenUpWithoutAnErrno) {
     refusal = PARTLY;
     withClient([](ClientRoot &root) {
