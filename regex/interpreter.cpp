@@ -32,8 +32,10 @@ static constexpr uint32_t STACK_STEP = 50;
 static constexpr uint32_t CLASS_BYTES_A_STEP = 4;
 
 // A run up to this long, taken again by each try that comes to it, costs no more than as many
-// single items; of a longer one the failures must be noted, so it is a choice always.
+// single items; of a longer one the failures must be noted, so it is a choice always. So is each
+// in a search that has gone on for this many steps: in the long run noting is cheaper.
 static constexpr ptrdiff_t SHORT_RUN = 16;
+static constexpr uint32_t STEPS_OF_SHORT_SEARCH = 1U << 16;
 
 static constexpr MatchMark NOTHING_YET = {0, 0, MATCH_UNSET, 0, 0, MATCH_UNSET};
 static constexpr MatchRecord UNSET_RECORD = {nullptr, nullptr, MATCH_UNSET, MATCH_UNSET};
@@ -168,27 +170,44 @@ static void spend(Run &run, uint64_t steps) {
     run.stepsLeft -= steps < run.stepsLeft ? static_cast<uint32_t>(steps) : run.stepsLeft;
 }
 
-// So many characters were looked at, the one that was refused included. A class costs by its
-// length, or a search of long ones would take hours within the limit; the short ones of usual
-// programs cost hardly more than any other item.
-static void spendOnItem(Run &run, Byte kind, const Byte *operand, size_t characters) {
-    const uint32_t each = isClass(kind) ? 1 + *operand / CLASS_BYTES_A_STEP : 1;
-    spend(run, static_cast<uint64_t>(characters) * each);
+// A class costs by its length, or a search of long ones would take hours within the limit; the
+// short ones of usual programs cost hardly more than any other item.
+static uint64_t stepsOfClass(const Byte *operand) {
+    return 1 + *operand / CLASS_BYTES_A_STEP;
+}
+
+// So many characters were taken, one after them was refused: that costs with a class only.
+static void spendOnRun(Run &run, const Item &item, size_t taken) {
+    const uint64_t characters = taken;
+    spend(run, isClass(item.kind) ? (characters + 1) * stepsOfClass(item.operand) : characters);
+}
+
+// What so many places given back cost that the instruction behind them refuses: a retry each, and
+// an instruction or what a class costs.
+static void spendOnRefused(Run &run, const Byte *refusing, size_t places) {
+    const uint64_t each = isClass(kindOf(*refusing)) ? stepsOfClass(refusing + 1) : 1;
+    spend(run, (1 + each) * places);
 }
 
 // ---- choices
 
+// What decides at the places of the choice. Those of a counted item lie in the runs of many tries;
+// once failures are noted each is looked at by itself, as one that is noted costs a step and no
+// more.
+static const Byte *decidingAhead(const Run &run, const Choice &choice) {
+    const bool isCounted = (*choice.code & MATCH_REPEAT_MASK) == MATCH_COUNTED;
+    return isCounted && failuresOf(&run.notes, choice.code) != nullptr ? nullptr : choice.ahead;
+}
+
 // Takes the next place of an item off the choice, those passed over that the instruction behind it
-// refuses: each is a retry and an instruction. Null when it is used up.
+// refuses. Null when it is used up.
 static const char *nextPlaceOfItem(Run &run, Choice &choice) {
     const char *end = choice.lowest + choice.left;
-    const char *place = lastAccepted(choice.ahead, choice.lowest, end);
+    const char *place = lastAccepted(decidingAhead(run, choice), choice.lowest, end);
     const char *refused = place == nullptr ? choice.lowest : place + 1;
     choice.left = static_cast<size_t>(place == nullptr ? 0 : place - choice.lowest);
     if (refused != end) {
-        const size_t count = static_cast<size_t>(end - refused);
-        spend(run, count);
-        spendOnItem(run, kindOf(*choice.ahead), choice.ahead + 1, count);
+        spendOnRefused(run, choice.ahead, static_cast<size_t>(end - refused));
         noteFailures(&run.notes, choice.code, refused, end);
     }
     return place;
@@ -253,7 +272,7 @@ static Step matchOne(Run &run) {
     ptrdiff_t size;
     if (!operandSize(kind, operand, run.limit, &size))
         return Step::FAIL;
-    spendOnItem(run, kind, operand, 1);
+    spend(run, kind == MATCH_ANY ? *run.at != '\0' : stepsOfClass(operand));
     if (!matches(kind, operand, *run.at))
         return Step::FAIL;
     ++run.at;
@@ -290,18 +309,22 @@ static bool onlyEndSuits(const Item &item, const Byte *ahead) {
             !matches(item.kind, item.operand, static_cast<char>(ahead[1])));
 }
 
+static bool mayBeTakenAgain(const Run &run, ptrdiff_t length) {
+    return length <= SHORT_RUN && run.stepsLeft > MATCH_STEP_LIMIT - STEPS_OF_SHORT_SEARCH;
+}
+
 static Step matchRepeated(Run &run) {
     Item item;
     if (!decodeItem(run.code, run.limit, &item))
         return Step::FAIL;
     const char *end = endOfRun(run, item);
     const size_t taken = end == nullptr ? 0 : static_cast<size_t>(end - run.at);
-    spendOnItem(run, item.kind, item.operand, taken + 1);
+    spendOnRun(run, item, taken);
     if (end == nullptr || taken < item.repeat.min)
         return Step::FAIL;
     const char *lowest = run.at + item.repeat.min;
     const Byte *ahead = itemAhead(item.rest, run.limit);
-    if (end - lowest > SHORT_RUN || (end != lowest && !onlyEndSuits(item, ahead)))
+    if (end != lowest && !(mayBeTakenAgain(run, end - lowest) && onlyEndSuits(item, ahead)))
         return addChoice(run, {run.code, item.rest, ahead, nullptr, lowest,
                                static_cast<size_t>(end - lowest) + 1, run.state->reached.count,
                                run.state->now});

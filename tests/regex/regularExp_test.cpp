@@ -825,6 +825,45 @@ TEST(RegularExp, searchEndsAtTheStepLimitAsNoMatch) {
     EXPECT_EQ(matched(attemptsInVain(140), subject.c_str() + MILLION - 5), "a");
 }
 
+// What a search takes is held from below: nearly all steps allowed are used up in vain, cheaply,
+// and those left are just enough for the tail. An attempt takes three for each character and five
+// more.
+std::string justWithinTheLimit(int attempts, const std::string &tail) {
+    const std::string attempt = str(groupTimes(0, 1, zeroOrMore(ANY), character('Z')));
+    std::string program = ANCHOR;
+    for (; attempts > 0; --attempts)
+        program += attempt;
+    return program + tail + END;
+}
+
+TEST(RegularExp, itemThatTakesNothingIsOneStep) {
+    std::string items = "\x40";
+    for (int i = 0; i < 20; ++i)
+        items += str(zeroOrMore(character('x')));
+    const std::string subject(100000, 'a');
+    EXPECT_NE(matched(justWithinTheLimit(887, group(items)), subject.c_str()), NO_MATCH);
+}
+
+TEST(RegularExp, shortRunsAreNotTakenAgainByEachTryOfALongSearch) {
+    std::string subject;
+    for (int i = 0; i < 6000; ++i)
+        subject += "xxxxxxxxxxxxxxxx-";
+    const std::string tail =
+        str(groupTimes(0, 1, zeroOrMore(ANY), zeroOrMore(character('x')), character('Q')));
+    EXPECT_NE(matched(justWithinTheLimit(875, tail), subject.c_str()), NO_MATCH);
+}
+
+TEST(RegularExp, placeNotedAsAFailureIsOneStep) {
+    const std::string subject(20000, 'a');
+    const std::string longClass = "\x18\xFB" + std::string(250, 'b');
+    const std::string sub =
+        str(join(zeroOrMore(ANY), times(character('a'), 0, 254))) + longClass + "\x2F";
+    const std::string tail = std::string{static_cast<char>(MATCH_GROUP_COUNTED + sub.size() / 256),
+                                         static_cast<char>(sub.size() % 256)} +
+                             sub + std::string("\0\x01", 2);
+    EXPECT_NE(matched(justWithinTheLimit(4282, tail), subject.c_str()), NO_MATCH);
+}
+
 // The longest run that must be matched, of the longest class, its members compared in vain but for
 // the last: 65025 comparisons at each place.
 std::string classAttemptsInVain(int count) {
