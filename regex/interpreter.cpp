@@ -85,6 +85,7 @@ struct Run {
     const Byte *limit;  // end of the sub-program it stands in; null: the program itself
     const char *at;     // place in the subject
     uint32_t stepsLeft; // of MATCH_STEP_LIMIT
+    bool hasMoreStarts; // the program is not anchored
     FailureNotes notes;
 };
 
@@ -391,13 +392,15 @@ static Step endSubProgram(Run &run) {
 // ---- captures
 
 // The record of that slot for a change; null when memory is exhausted. Its present value is kept
-// for a retry, unless there is nothing to go back to: a failure is then that of the whole attempt.
-static inline MatchRecord *recordToChange(MatchState *state, uint32_t slot) {
+// for a retry and the next start, unless there is nothing to go back to: a failure is then that of
+// the whole search.
+static inline MatchRecord *recordToChange(Run &run, uint32_t slot) {
+    MatchState *state = run.state;
     while (state->records.count <= slot)
         if (!push(state->records, UNSET_RECORD, RECORD_STEP))
             return nullptr;
     MatchRecord *record = &entryAt<MatchRecord>(state->records, slot);
-    if ((state->choices.count | state->frames.count) != 0) {
+    if (run.hasMoreStarts || (state->choices.count | state->frames.count) != 0) {
         if (!push(state->undo, Undo{slot, *record}, STACK_STEP))
             return nullptr;
         ++state->now.undoCount;
@@ -411,8 +414,7 @@ static Step openRecord(Run &run) {
     MatchMark &now = run.state->now;
     const int8_t slot = static_cast<int8_t>(run.code[1]);
     const int32_t automatic = MATCH_FIRST_AUTOMATIC + now.automaticOpened;
-    MatchRecord *record =
-        recordToChange(run.state, static_cast<uint32_t>(slot < 0 ? automatic : slot));
+    MatchRecord *record = recordToChange(run, static_cast<uint32_t>(slot < 0 ? automatic : slot));
     if (record == nullptr)
         return Step::EXHAUSTED;
     record->start = run.at;
@@ -435,7 +437,7 @@ static Step closeRecord(Run &run) {
     run.code += 3;
     if (slot == MATCH_UNSET)
         return Step::GO_ON;
-    MatchRecord *record = recordToChange(run.state, static_cast<uint32_t>(slot));
+    MatchRecord *record = recordToChange(run, static_cast<uint32_t>(slot));
     if (record == nullptr)
         return Step::EXHAUSTED;
     record->end = run.at;
@@ -530,11 +532,11 @@ static Step retry(Run &run) {
     }
 }
 
-// Matches the program at one place of the subject.
+// Matches the program at one place of the subject. The records are unset: those that earlier starts
+// came to stay in the table.
 static Step matchAt(Run &run, const Byte *program, const char *start) {
     MatchState *state = run.state;
     state->frames.count = state->choices.count = state->reached.count = 0;
-    unsetRecords(state);
     run.code = program;
     run.limit = nullptr;
     run.at = start;
@@ -563,6 +565,7 @@ static Step searchAnywhere(Run &run, const Byte *program, const char **start) {
         if (hopeless != nullptr && at >= hopeless)
             break;
         *start = at;
+        restore(run.state, NOTHING_YET);
         const Step step = matchAt(run, program, at);
         if (step != Step::FAIL || *at == '\0')
             return step;
@@ -575,12 +578,16 @@ const char *searchSubject(MatchState *state, const char *pattern, const char *su
     const Byte *program = reinterpret_cast<const Byte *>(pattern);
     const bool isAnchored = *program == MATCH_ANCHOR;
     state->emptyMatchCounts = 0;
-    if (isAnchored && !mayMatchAt(program + 1, subject)) {
-        unsetRecords(state);
+    unsetRecords(state);
+    if (isAnchored && !mayMatchAt(program + 1, subject))
         return nullptr;
-    }
-    Run run = {state,   program,          nullptr,
-               subject, MATCH_STEP_LIMIT, {program, subject, 0, 0, nullptr, 0, 0}};
+    Run run = {state,
+               program,
+               nullptr,
+               subject,
+               MATCH_STEP_LIMIT,
+               !isAnchored,
+               {program, subject, 0, 0, nullptr, 0, 0}};
     *start = subject;
     const Step step =
         isAnchored ? matchAt(run, program + 1, subject) : searchAnywhere(run, program, start);

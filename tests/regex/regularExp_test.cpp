@@ -514,6 +514,18 @@ TEST(RegularExp, recordsOfAnEarlierPlaceOrCallAreForgotten) {
     EXPECT_EQ(captured(program, "abc"), NO_MATCH);
 }
 
+// Made once and not at each start: a slot of 127 is one step, and as many records.
+TEST(RegularExp, recordsMadeAtAnEarlierPlaceStayUnset) {
+    const auto sub = join(character('x'), byte(MATCH_OPEN), byte(127));
+    const std::string program = str(matchProgram::program(groupTimes(0, 1, sub), character('Z')));
+    EXPECT_EQ(matched(program, "xyZ"), "Z");
+    EXPECT_EQ(initSptr()->records.count, 128U);
+    EXPECT_EQ(captured(program, "xyZ"), "null");
+    // Without a choice or a group to go back to
+    EXPECT_EQ(captured(std::string("\x40\x3C\x7F\x0C\x7F\x03\x1C") + END, "xyZ"), "3=");
+    EXPECT_EQ(captured(std::string("\x40\x3C\x02\x14y\x0C\x02\x02") + END, "axy"), "2=y");
+}
+
 TEST(RegularExp, regExCopiesEachGroupIntoItsBuffer) {
     const std::string program = str(matchProgram::program(
         capture(0, text("a")), capture(2, zeroOrMore(ANY)), capture(9, AT_END)));
