@@ -71,7 +71,16 @@ static const char *endOfSetRun(const CharacterSet &set, const char *at) {
     }
 }
 
+// The set takes all members, and those of a program cut short may not be there to be read. So it is
+// not made where a character by itself asks for none, or for those up to the one that decides: only
+// where all were asked for, or the program goes on behind them.
+static bool isRunEmpty(Byte kind, const Byte *operand, char first) {
+    return first == '\0' || (kind == MATCH_NOT_IN_CLASS && !matches(kind, operand, first));
+}
+
 static const char *endOfClassRun(Byte kind, const Byte *operand, const char *from, size_t most) {
+    if (isRunEmpty(kind, operand, *from))
+        return from;
     CharacterSet set;
     fillSet(&set, kind, operand);
     if (most == SIZE_MAX)

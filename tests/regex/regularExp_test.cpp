@@ -959,6 +959,12 @@ TEST(RegularExp, programsAreReadOnlyAsFarAsTheyReach) {
         "b\x0C",
         "\x20\x14"
         "b\x18\xF0",
+        // Cut behind the member that every character of the subject is in
+        "\x08\x0B\x10\x61\xC0\x62",
+        "\x20\x08\x0B\x10\x61\xC0\x62",
+        "\x0A\x0B\x10\x61\xC0\x62",
+        "\x20\x0A\x0B\x10\x61\xC0\x62",
+        "\x41\x08\x0B\x10\x61\xC0\x62",
     };
     for (const std::string &program : programs) {
         char *placed = memory + page - program.size();
@@ -967,6 +973,12 @@ TEST(RegularExp, programsAreReadOnlyAsFarAsTheyReach) {
             const char *end = regularExp(placed, subject.c_str(), nullptr);
             EXPECT_EQ(end != nullptr, program.back() == '\x34') << program;
         }
+    }
+    // The terminator asks for no member
+    for (const std::string &program : {std::string("\x1A\x0B"), std::string("\x20\x0A\x0B")}) {
+        char *placed = memory + page - program.size();
+        memcpy(placed, program.data(), program.size());
+        EXPECT_EQ(regularExp(placed, "", nullptr), nullptr) << program;
     }
     munmap(memory, 2 * page);
 }
