@@ -95,6 +95,8 @@ static Needed neededFrom(const Byte *code) {
         else if (kindOf(opcode) == MATCH_ANY && !isCounted(opcode))
             ++code;
         else
+            // The character is its instruction's last byte, and each other instruction has a byte:
+            // where it lies right before this one, nothing stands between the two.
             return {needed, opcode == MATCH_SUBJECT_END && needed == code - 1};
     }
     return {needed, false};

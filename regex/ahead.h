@@ -11,6 +11,14 @@ static inline ptrdiff_t sizeToPassOver(Byte opcode) {
     return opcode == MATCH_OPEN || opcode == MATCH_SKIP || opcode == MATCH_SKIP_TOO ? 2 : 0;
 }
 
+// Whether the instruction is an item, whole within its sub-program, that must match a character.
+static inline bool mustTakeOne(const Byte *code, const Byte *limit) {
+    const int how = *code & MATCH_REPEAT_MASK;
+    ptrdiff_t operand;
+    return isItem(*code) && (how == MATCH_ONCE || how == MATCH_ONE_OR_MORE) &&
+           operandSize(kindOf(*code), code + 1, limit, &operand);
+}
+
 // The instruction that decides by the character at the place reached whether going on from that
 // one fails at once: an item that must match one, or MATCH_SUBJECT_END. Null when there is none.
 // What it passes over succeeds whatever the subject, so nothing is read that would not be.
@@ -22,13 +30,8 @@ static inline const Byte *itemAhead(const Byte *code, const Byte *limit) {
             code += size;
             continue;
         }
-        const int how = *code & MATCH_REPEAT_MASK;
-        const bool isOne = isItem(*code) && (how == MATCH_ONCE || how == MATCH_ONE_OR_MORE);
-        ptrdiff_t operand;
-        return *code == MATCH_SUBJECT_END ||
-                       (isOne && operandSize(kindOf(*code), code + 1, limit, &operand))
-                   ? code
-                   : nullptr;
+        const bool decides = *code == MATCH_SUBJECT_END || mustTakeOne(code, limit);
+        return decides ? code : nullptr;
     }
     return nullptr;
 }
@@ -51,8 +54,11 @@ const char *lastAccepted(const Byte *ahead, const char *first, const char *end);
 const char *firstAccepted(const Byte *ahead, const char *from);
 
 // The first place at or after `at` from where the subject lacks a character that the program must
-// match from that instruction on: going on from there is hopeless. Null when none is known. The
-// instruction is one of the program itself, not of a sub-program.
+// match from that instruction on: going on from there is hopeless. It is one of three:
+//   null        none is known
+//   `at`        the character is missing, so going on is hopeless everywhere
+//   behind it   the place after the character's last occurrence: up to there it may be matched
+// The instruction is one of the program itself, not of a sub-program.
 const char *hopelessFrom(const Byte *code, const char *at);
 
 #endif

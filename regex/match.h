@@ -106,7 +106,7 @@ typedef struct MatchRecord {
 
 /* What a retry goes back to. */
 typedef struct MatchMark {
-    uint32_t undoCount;       /* changes of records since the search began */
+    uint32_t undoCount;       /* changes of records that can be undone, since the search began */
     uint32_t placeCount;      /* places saved since the search began, replaced ones included */
     int32_t placeLast;        /* the place saved last of those not replaced, or MATCH_UNSET */
     int32_t automaticOpened;  /* automatic records opened */
@@ -123,14 +123,15 @@ typedef struct MatchPlace {
 
 /* The calling thread's matcher. */
 typedef struct MatchState {
-    MatchStack frames;    /* groups whose sub-program is being matched: 5 at first, growing by 5 */
-    MatchStack reached;   /* where repetitions of groups ended: 50 at first */
-    MatchStack choices;   /* repetitions that can still give something back: 50 at first */
-    MatchStack places;    /* MatchPlace: 10 at first */
-    MatchStack records;   /* MatchRecord by slot: 10 at first, growing by 10 */
-    MatchStack undo;      /* records as they were before each change: 50 at first */
-    MatchMark now;        /* the counters as they are */
-    const char *start;    /* of the last match; null when the last call failed */
+    MatchStack frames;  /* groups whose sub-program is being matched: 5 at first, growing by 5 */
+    MatchStack reached; /* where repetitions of groups ended: 50 at first */
+    MatchStack choices; /* repetitions that can still give something back: 50 at first */
+    MatchStack places;  /* MatchPlace: 10 at first */
+    MatchStack records; /* MatchRecord by slot: 10 at first, growing by 10 */
+    MatchStack undo;    /* records as they were before each change that may be undone: 50 at first;
+                           an anchored program's with nothing to go back to leaves no entry */
+    MatchMark now;      /* the counters as they are */
+    const char *start;  /* of the last match; null when the last call failed */
     int emptyMatchCounts; /* the program came to its MATCH_END */
     int succeeded;        /* the last call did */
 } MatchState;

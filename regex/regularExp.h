@@ -9,9 +9,9 @@
    squared where repeated groups overlap. A program has no length of its own: bytes are read only as
    an instruction is reached, and only those that its opcode, its class lengths and its sub-program
    lengths claim; an instruction that would leave the sub-program it stands in fails unread. Bytes
-   further on may be looked at before, at most 256 and none behind the page of memory in which the
-   program begins. A search ends after MATCH_STEP_LIMIT steps at most (regex/match.h), as no match:
-   a few seconds.
+   further on may be looked at before: at most 256, and none behind the page of memory in which the
+   first instruction stands (of an anchored program the one after MATCH_ANCHOR). A search ends after
+   MATCH_STEP_LIMIT steps at most (regex/match.h), as no match: a few seconds.
 
    So a program from somebody else, which may be cut or wrong, can fail, not match, or match what it
    should not; it hangs nobody. Hand it over with MATCH_PADDING zero bytes behind it: its last bytes
