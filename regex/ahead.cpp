@@ -59,6 +59,8 @@ const char *firstAccepted(const Byte *ahead, const char *from) {
         return from;
     if (*ahead == MATCH_SUBJECT_END)
         return from + strlen(from);
+    if (*from == '\0') // refused whatever the operand, which is not read for it
+        return nullptr;
     if (kindOf(*ahead) == MATCH_CHARACTER)
         return strchr(from, ahead[1]);
     const char *place = firstOfSeveral(kindOf(*ahead), ahead + 1, from);

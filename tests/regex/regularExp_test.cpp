@@ -974,8 +974,9 @@ TEST(RegularExp, programsAreReadOnlyAsFarAsTheyReach) {
             EXPECT_EQ(end != nullptr, program.back() == '\x34') << program;
         }
     }
-    // The terminator asks for no member
-    for (const std::string &program : {std::string("\x1A\x0B"), std::string("\x20\x0A\x0B")}) {
+    // The terminator asks for no operand
+    for (const std::string &program :
+         {std::string("\x16"), std::string("\x1A\x0B"), std::string("\x20\x0A\x0B")}) {
         char *placed = memory + page - program.size();
         memcpy(placed, program.data(), program.size());
         EXPECT_EQ(regularExp(placed, "", nullptr), nullptr) << program;
