@@ -524,6 +524,8 @@ TEST(RegularExp, recordsMadeAtAnEarlierPlaceStayUnset) {
     // Without a choice or a group to go back to
     EXPECT_EQ(captured(std::string("\x40\x3C\x7F\x0C\x7F\x03\x1C") + END, "xyZ"), "3=");
     EXPECT_EQ(captured(std::string("\x40\x3C\x02\x14y\x0C\x02\x02") + END, "axy"), "2=y");
+    // Automatic ones are counted from each start
+    EXPECT_EQ(captured(std::string("\x3C\xFF\x40\x0C\xFF\x01\x14y") + END, "axy"), "10=x");
 }
 
 TEST(RegularExp, regExCopiesEachGroupIntoItsBuffer) {
@@ -981,6 +983,10 @@ TEST(RegularExp, programsAreReadOnlyAsFarAsTheyReach) {
         memcpy(placed, program.data(), program.size());
         EXPECT_EQ(regularExp(placed, "", nullptr), nullptr) << program;
     }
+    const std::string behindOne = "\x20\x14\x61\x1A\x0B";
+    char *placed = memory + page - behindOne.size();
+    memcpy(placed, behindOne.data(), behindOne.size());
+    EXPECT_EQ(regularExp(placed, "a", nullptr), nullptr);
     munmap(memory, 2 * page);
 }
 
