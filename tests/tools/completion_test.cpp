@@ -98,7 +98,7 @@ TEST_P(EachTool, bashKnowsIt) {
               bash(". '" + COMPLETIONS + "/bash/" + name + "'; complete -p " + name));
 }
 
-// With zsh's own function in place of which the specifications are printed.
+// With zsh's own function in place whose arguments are printed.
 TEST_P(EachTool, zshTakesItsScript) {
     const std::string file = COMPLETIONS + "/zsh/_" + name;
     EXPECT_EQ("", shell("/usr/bin/zsh", "zsh -n '" + file + "'"));

@@ -137,7 +137,7 @@ std::string zshValues(const std::string &type) {
     return words.empty() ? " " : "(" + words + ")";
 }
 
-// For a specification in single quotes, whose parts end at "]" and ":".
+// For an argument in single quotes, whose pieces end at "]" and ":".
 std::string zshText(const std::string &text) {
     std::string quoted;
     for (const char each : text) {
