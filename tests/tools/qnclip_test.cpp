@@ -30,6 +30,12 @@ TEST(Qnclip, setsAndGetsKeepingComments) {
     EXPECT_EQ("two words\n", clip.run({"get", "A"}).out);
 }
 
+TEST(Qnclip, helpOfACommandShowsItBehindTheFile) {
+    const std::string help = runTool(PROGRAM, {"x", "set", "--help"}).out;
+    EXPECT_NE(std::string::npos, help.find("\nUsage: qnclip FILE set [OPTIONS] NAME VALUE\n"))
+        << help;
+}
+
 TEST(Qnclip, insertsDeletesListsAndExpands) {
     Clip clip;
     clip.dir.write("clip", "A=1\nC='\\$HOME_OF_TEST x'\n");

@@ -18,6 +18,17 @@ class ToolHelp : public CLI::Formatter {
                    ? ""
                    : " " + option->get_type_name() + (several ? " ..." : "");
     }
+    // A command of a tool stands behind the tool's own words.
+    std::string make_usage(const CLI::App *app, std::string name) const override {
+        if (const CLI::App *tool = app->get_parent()) {
+            name = tool->get_name();
+            for (const CLI::Option *option : tool->get_options())
+                if (option->get_positional())
+                    name += " " + option->get_name(true);
+            name += " " + app->get_name();
+        }
+        return CLI::Formatter::make_usage(app, name);
+    }
 };
 
 } // namespace
