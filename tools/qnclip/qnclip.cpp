@@ -19,7 +19,7 @@
 namespace {
 
 constexpr const char *USES = R"(Uses:
-  qnclip /var/spool/site.clip set trunk 'span 2' --trailer ' # since Monday'
+  qnclip /var/spool/site.clip set trunk 'span 2' --trailer ' # leased'
       change one entry, keeping every comment
   trunk=$(qnclip /var/spool/site.clip get trunk)
       use it in a script)";
@@ -201,36 +201,36 @@ int main(int argc, char **argv) {
     describeTool(app, "qnclip", USES);
     Request request;
     int (*work)(const Request &) = nullptr;
-    app.add_option("FILE", request.path, "the clipboard file")->required();
+    app.add_option("FILE", request.path, "The clipboard file")->required();
     const auto command = [&](const char *name, const char *help, int (*function)(const Request &)) {
         CLI::App *sub = app.add_subcommand(name, help);
         sub->callback([&work, function] { work = function; });
         return sub;
     };
     const auto nameOf = [&](CLI::App *sub) {
-        sub->add_option("NAME", request.name, "the entry")
+        sub->add_option("NAME", request.name, "The entry")
             ->required()
             ->check(CLI::Validator(checkName, ""));
     };
     const auto valueOf = [&](CLI::App *sub) {
-        sub->add_option("VALUE", request.value, "its value")->required();
-        sub->add_option("--comment", request.comment, "whole lines to stand before it")
+        sub->add_option("VALUE", request.value, "Its value")->required();
+        sub->add_option("--comment", request.comment, "Whole lines to stand before it")
             ->check(CLI::Validator(checkComment, ""));
-        sub->add_option("--trailer", request.trailer, "what follows it on its line")
+        sub->add_option("--trailer", request.trailer, "What follows it on its line")
             ->check(CLI::Validator(checkTrailer, ""));
     };
-    nameOf(command("get", "print the entry's value", get));
-    CLI::App *setter = command("set", "set the entry's value, or add the entry", set);
+    nameOf(command("get", "Print the entry's value", get));
+    CLI::App *setter = command("set", "Set the entry's value, or add the entry", set);
     nameOf(setter);
     valueOf(setter);
-    CLI::App *inserter = command("insert", "insert a new entry before another", insert);
-    inserter->add_option("BEFORE", request.before, "the entry to stand behind the new one")
+    CLI::App *inserter = command("insert", "Insert a new entry before another", insert);
+    inserter->add_option("BEFORE", request.before, "The entry to stand behind the new one")
         ->required();
     nameOf(inserter);
     valueOf(inserter);
-    nameOf(command("delete", "remove the entry", remove));
-    command("list", "print every entry, quoted as in the file", list);
-    command("expand", "the same, with variables, ~ and `commands` expanded", expand);
+    nameOf(command("delete", "Remove the entry", remove));
+    command("list", "Print every entry, quoted as in the file", list);
+    command("expand", "The same, with variables, ~ and `commands` expanded", expand);
     app.require_subcommand(1);
     return runTool(app, argc, argv, [&] { return work(request); });
 }
