@@ -21,7 +21,7 @@ constexpr const char *USES = R"(Uses:
   mv logfile logfile.1 && kill -HUP PID
       rotate: records go to a new logfile from then on
 
-It stays in the foreground. SIGTERM and SIGINT end it when the pipe is empty.
+It stays in the foreground. SIGTERM ends it once all that was sent is written.
 While the disk is full it keeps records up to --keep bytes; then it stops
 reading, so that clients see their records refused.)";
 
