@@ -6,7 +6,7 @@
 constexpr const char *HELP =
     R"(Usage: qnlog [OPTION]... [FILE]...
 Shows logs as text, several merged by time; plain, gzip, zstd. "-" or no FILE:
-standard input. What cannot be read is shown marked, and counted at the end.
+standard input. What is no record is shown marked, and counted at the end.
 Which records:
   --since TIME, --until TIME   15m, 2h ago, yesterday 14:00, 2026-03-01 12:30
   --priority LIST, --number LIST                such as 3, 2- or 0,2-4
