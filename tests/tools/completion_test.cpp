@@ -133,3 +133,16 @@ TEST(Completion, offersFiles) {
     EXPECT_EQ(dir.file("log file") + "\n", offered("qnlog", "qnlog " + dir.file("lo"), 1));
     EXPECT_EQ(dir.path() + "\n", offered("qnlog", "qnlog --log-root " + dir.path(), 2));
 }
+
+// The command and its words stand behind the file.
+TEST(Completion, offersWhatACommandTakes) {
+    const TempDir dir;
+    dir.write("clip", "# A=0\nTRUNK=1\nTONE=\"a b\" # c\nCALLS=3\n");
+    const std::string clip = "qnclip " + dir.file("clip");
+    EXPECT_EQ("TRUNK TONE CALLS\n", offered("qnclip", clip + " get ''", 3));
+    EXPECT_EQ("TRUNK TONE\n", offered("qnclip", clip + " insert T", 3));
+    EXPECT_EQ("--comment\n", offered("qnclip", clip + " set TONE x --c", 5));
+    EXPECT_EQ("-h --help\n", offered("qnclip", clip + " get -", 3));
+    EXPECT_EQ("\n", offered("qnclip", clip + " set TONE x --comment ''", 6));
+    EXPECT_EQ("\n", offered("qnclip", "qnclip /nowhere get ''", 3));
+}

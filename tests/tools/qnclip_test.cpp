@@ -32,7 +32,7 @@ TEST(Qnclip, setsAndGetsKeepingComments) {
 
 TEST(Qnclip, helpOfACommandShowsItBehindTheFile) {
     const std::string help = runTool(PROGRAM, {"x", "set", "--help"}).out;
-    EXPECT_NE(std::string::npos, help.find("\nUsage: qnclip FILE set [OPTIONS] NAME VALUE\n"))
+    EXPECT_NE(std::string::npos, help.find("\nUsage: qnclip file set [OPTIONS] name value\n"))
         << help;
 }
 

@@ -9,6 +9,8 @@ constexpr const char *SYMBOLS =
     R"(sed -n 's/^#define \([A-Za-z0-9_]*\) log[A-Za-z0-9_]*([0-9]*).*/\1/p' "$root"/head/log*.h 2>/dev/null)";
 constexpr const char *CLASSES =
     R"(sed -n 's/^#define _\([A-Za-z0-9_]*\)MSG_START .*/\1/p' "$root"/head/systemLog.h 2>/dev/null)";
+// Of a clipboard, the first word of the command line; not by the tool, which waits for its lock.
+constexpr const char *ENTRIES = R"(sed -n 's/^\([A-Za-z_][A-Za-z0-9_]*\)=.*/\1/p' --)";
 constexpr const char *TIMES = "15m 1h 1d today yesterday";
 
 std::vector<const CLI::Option *> optionsOf(const CLI::App &app) {
@@ -44,32 +46,45 @@ std::string choices(std::string type) {
     return type;
 }
 
+std::vector<const CLI::App *> commandsIn(const CLI::App &app) {
+    return app.get_subcommands([](const CLI::App *) { return true; });
+}
+
 std::string commandsOf(const CLI::App &app) {
     std::vector<std::string> names;
-    for (const CLI::App *sub : app.get_subcommands([](const CLI::App *) { return true; }))
+    for (const CLI::App *sub : commandsIn(app))
         names.push_back(sub->get_name());
     return joined(names, " ");
+}
+
+// The first word behind the command is an entry's name.
+bool beginsWithEntry(const CLI::App &command) {
+    for (const CLI::Option *option : optionsOf(command))
+        if (option->get_positional())
+            return option->get_type_name() == "ENTRY";
+    return false;
 }
 
 // ---- bash
 // ----------------------------------------------------------------------------------------
 
+std::string bashOffer(const std::string &words) {
+    return "compgen -W \"" + words + "\" -- \"$word\"";
+}
+
 // What to offer for the word at hand: a command that puts one a line.
 std::string bashValues(const std::string &type) {
-    const auto words = [](const std::string &list) {
-        return "compgen -W \"" + list + "\" -- \"$word\"";
-    };
     if (type == "FILE")
         return "compgen -f -- \"$word\"";
     if (type == "DIR")
         return "compgen -d -- \"$word\"";
     if (type == "TIME")
-        return words(TIMES);
+        return bashOffer(TIMES);
     if (type == "SYMBOL")
-        return words(std::string("$(") + SYMBOLS + ")");
+        return bashOffer(std::string("$(") + SYMBOLS + ")");
     if (type == "CLASS")
-        return words(std::string("$(") + CLASSES + ")");
-    return choices(type).empty() ? ":" : words(choices(type));
+        return bashOffer(std::string("$(") + CLASSES + ")");
+    return choices(type).empty() ? ":" : bashOffer(choices(type));
 }
 
 std::string bashCases(const CLI::App &app) {
@@ -89,17 +104,42 @@ std::string bashWords(const CLI::App &app) {
     return joined(words, " ");
 }
 
+// Where the first word is a file and the second a command.
+std::string bashCommands(const CLI::App &app) {
+    std::string text = "        case $4:${COMP_WORDS[2]}:$word in\n        [12]:*:-*) " +
+                       bashOffer(bashWords(app)) + " ;;\n        2:*) " +
+                       bashOffer(commandsOf(app)) + " ;;\n";
+    for (const CLI::App *sub : commandsIn(app)) {
+        text += "        *:" + sub->get_name() + ":-*) " + bashOffer(bashWords(*sub)) + " ;;\n";
+        if (beginsWithEntry(*sub))
+            text += "        3:" + sub->get_name() + ":*) " +
+                    bashOffer(std::string("$(") + ENTRIES + " \"${COMP_WORDS[1]}\" 2>/dev/null)") +
+                    " ;;\n";
+    }
+    return text + "        *) compgen -f -- \"$word\" ;;\n        esac\n";
+}
+
+std::string bashOptionsOrFiles(const CLI::App &app) {
+    return "        if [[ $word == -* ]]; then\n            " + bashOffer(bashWords(app)) +
+           "\n        else\n            compgen -f -- \"$word\"\n        fi\n";
+}
+
+std::string bashValuesOf(const CLI::App &app) {
+    std::string text = bashCases(app);
+    for (const CLI::App *sub : commandsIn(app))
+        if (const std::string cases = bashCases(*sub); text.find(cases) == std::string::npos)
+            text += cases;
+    return text;
+}
+
 std::string forBash(const CLI::App &app) {
     const std::string name = app.get_name();
     const std::string commands = commandsOf(app);
     return "# bash completion, by " + name + " --completion bash\n_quarnel_" + name +
            "_words() {\n    local before=$1 word=$2 root=$3\n    case $before in\n" +
-           bashCases(app) + "    *)\n        if [[ $word == -* ]]; then\n" +
-           "            compgen -W \"" + bashWords(app) + "\" -- \"$word\"\n" +
-           (commands.empty() ? ""
-                             : "        elif [ \"$4\" -eq 2 ]; then\n            compgen -W \"" +
-                                   commands + "\" -- \"$word\"\n") +
-           "        else\n            compgen -f -- \"$word\"\n        fi\n        ;;\n"
+           bashValuesOf(app) + "    *)\n" +
+           (commands.empty() ? bashOptionsOrFiles(app) : bashCommands(app)) +
+           "        ;;\n"
            "    esac\n}\n"
            "_quarnel_" +
            name + R"(() {
@@ -171,20 +211,42 @@ std::string zshNames(const char *function, const char *command) {
            command + ")\"}\n}\n";
 }
 
-std::string forZsh(const CLI::App &app) {
-    const std::string name = app.get_name();
+std::string zshOptions(const CLI::App &app) {
     std::string options;
     for (const CLI::Option *option : optionsOf(app))
         if (!namesOf(*option).empty())
             options += " \\\n    " + zshOption(*option);
+    return options;
+}
+
+// What a command takes, into "behind": its options, and the entries of the file before it.
+std::string zshCommands(const CLI::App &app) {
+    std::string text = std::string("_quarnel_entries() {\n    compadd -- ${(f)\"$(") + ENTRIES +
+                       " ${(Q)words[2]} 2>/dev/null)\"}\n}\nlocal -a behind\ncase ${words[3]} in\n";
+    for (const CLI::App *sub : commandsIn(app)) {
+        std::string takes;
+        for (const CLI::Option *option : optionsOf(*sub))
+            if (takesValue(*option) && !namesOf(*option).empty())
+                takes += " " + zshOption(*option);
+        if (beginsWithEntry(*sub))
+            takes += " '3:entry:_quarnel_entries'";
+        if (!takes.empty())
+            text += sub->get_name() + ") behind=(" + takes.substr(1) + ") ;;\n";
+    }
+    return text + "esac\n";
+}
+
+std::string forZsh(const CLI::App &app) {
+    const std::string name = app.get_name();
+    const std::string options = zshOptions(app);
     std::string text = "#compdef " + name + "\n# by " + name + " --completion zsh\n";
     if (options.find("_quarnel_symbols") != std::string::npos)
         text += zshNames("_quarnel_symbols", SYMBOLS) + zshNames("_quarnel_classes", CLASSES);
-    text += "_arguments -S" + options;
     const std::string commands = commandsOf(app);
-    return text + (commands.empty()
-                       ? " \\\n    '*:file:_files'\n"
-                       : " \\\n    '1:file:_files' \\\n    '2:command:(" + commands + ")'\n");
+    if (commands.empty())
+        return text + "_arguments -S" + options + " \\\n    '*:file:_files'\n";
+    return text + zshCommands(app) + "_arguments -S" + options +
+           " \\\n    $behind '1:file:_files' \\\n    '2:command:(" + commands + ")'\n";
 }
 
 } // namespace

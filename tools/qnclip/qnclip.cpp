@@ -201,19 +201,20 @@ int main(int argc, char **argv) {
     describeTool(app, "qnclip", USES);
     Request request;
     int (*work)(const Request &) = nullptr;
-    app.add_option("FILE", request.path, "The clipboard file")->required();
+    app.add_option("file", request.path, "The clipboard file")->required()->type_name("FILE");
     const auto command = [&](const char *name, const char *help, int (*function)(const Request &)) {
         CLI::App *sub = app.add_subcommand(name, help);
         sub->callback([&work, function] { work = function; });
         return sub;
     };
     const auto nameOf = [&](CLI::App *sub) {
-        sub->add_option("NAME", request.name, "The entry")
+        sub->add_option("name", request.name, "The entry")
             ->required()
+            ->type_name("ENTRY")
             ->check(CLI::Validator(checkName, ""));
     };
     const auto valueOf = [&](CLI::App *sub) {
-        sub->add_option("VALUE", request.value, "Its value")->required();
+        sub->add_option("value", request.value, "Its value")->required();
         sub->add_option("--comment", request.comment, "Whole lines to stand before it")
             ->check(CLI::Validator(checkComment, ""));
         sub->add_option("--trailer", request.trailer, "What follows it on its line")
@@ -224,8 +225,9 @@ int main(int argc, char **argv) {
     nameOf(setter);
     valueOf(setter);
     CLI::App *inserter = command("insert", "Insert a new entry before another", insert);
-    inserter->add_option("BEFORE", request.before, "The entry to stand behind the new one")
-        ->required();
+    inserter->add_option("before", request.before, "The entry to stand behind the new one")
+        ->required()
+        ->type_name("ENTRY");
     nameOf(inserter);
     valueOf(inserter);
     nameOf(command("delete", "Remove the entry", remove));
