@@ -100,12 +100,12 @@ int compile(const Arguments &arguments) {
     const std::vector<std::string> stale = staleHeaders(arguments.root + "/head", files);
     if (arguments.checkOnly)
         return reportDifferences(files, stale);
-    const size_t replaced = writeWholeFiles(files);
+    const size_t written = writeWholeFiles(files);
     for (const std::string &path : stale)
         fs::remove(path);
     if (!arguments.quiet)
-        printf("%s: %zu messages in %zu classes, %zu of %zu files replaced\n",
-               arguments.root.c_str(), countMessages(catalogue), catalogue.classes.size(), replaced,
+        printf("%s: %zu messages in %zu classes, %zu of %zu files written\n",
+               arguments.root.c_str(), countMessages(catalogue), catalogue.classes.size(), written,
                files.size());
     return EXIT_FINE;
 }
