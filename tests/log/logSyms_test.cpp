@@ -1,6 +1,7 @@
 /* Headers line by line, the directory, both forms of symbols, the lookups against a plain walk over
    the table, and what is reported. Each case in a child: the table is the process's. */
 #include "log/logSyms.h"
+#include "buffers/arrays.h"
 #include "log/logStartCl.h"
 #include "log/symbolPatterns.h"
 #include "options/parseln.h"
@@ -90,6 +91,7 @@ const LineCase LINES[] = {
     {"#define A 3", "none"},
     {"#define A", "none"},
     {"#define _A logNET(3)", "none"},
+    {"#define \"\" logNET(3)", "none"},
     {"#define A() logNET(3)", "none"},
     {"#DEFINE A logNET(3)", "none"},
     {"# define A logNET(3)", "none"},
@@ -340,6 +342,22 @@ std::string numberedHeader(int symbols) {
     for (int i = 1; i <= symbols; ++i)
         text += "#define SYMBOL_" + std::to_string(i) + " logNET(" + std::to_string(i) + ")\n";
     return text;
+}
+
+// Slots are had by tens: the table of 1001 symbols has room for nine more.
+TEST(LogSyms, tableGrowsByTheStepsOfItsArray) {
+    expectChildPasses([] {
+        const HeaderDir dir;
+        dir.write("logNET.h", numberedHeader(1001));
+        ASSERT_EQ(logReadSymbols(dir.path()), 1001);
+        std::vector<uint32_t> capacities;
+        for (uint32_t array = 1; array < arrDescPtr->capacity; ++array) {
+            const ArrayDescriptor &one = arrDescPtr[array];
+            if (one.increment != 0 && one.elemSize == sizeof(LogSymbol) && one.count == 1001)
+                capacities.push_back(one.capacity);
+        }
+        EXPECT_EQ(capacities, std::vector<uint32_t>{1010});
+    });
 }
 
 TEST(LogSyms, missingNumbersAreMissedWhateverTheSizeOfTheTable) {

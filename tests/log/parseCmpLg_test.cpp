@@ -11,6 +11,7 @@
 
 #include <climits>
 #include <cstring>
+#include <malloc.h>
 #include <memory>
 #include <random>
 #include <thread>
@@ -275,6 +276,22 @@ TEST(ParseCmpLg, manyArgumentsGrowPastEveryBlock) {
         EXPECT_EQ(msg->args[i].value, arguments[i]);
 }
 
+// Editors of records append arguments where there is room: the block is that of an array, which
+// has slots by tens.
+TEST(ParseCmpLg, roomBehindTheArgumentsIsThatOfTheArraysSteps) {
+    const std::pair<int32_t, int32_t> rows[] = {{1, 10}, {9, 10}, {10, 10}, {11, 20}};
+    for (const auto &[count, room] : rows) {
+        const Parsed msg = parse(recordOf(1, 2, std::vector<std::string>(size_t(count), "a")));
+        ASSERT_NE(msg, nullptr);
+        ASSERT_EQ(msg->argCount, count);
+        ASSERT_GE(malloc_usable_size(msg->args), size_t(room) * sizeof(LogMsgArg)) << count;
+        for (int32_t behind = count; behind < room; ++behind) {
+            EXPECT_EQ(msg->args[behind].value, nullptr) << count;
+            EXPECT_EQ(msg->args[behind].spare, nullptr) << count;
+        }
+    }
+}
+
 TEST(ParseCmpLg, plainParserRefusesCommentsAndText) {
     for (const char *line : {"# comment", "  # comment", " \t", "text", "", "  text"}) {
         char *copy = strdup(line);
@@ -470,8 +487,9 @@ TEST(ParseCmpLg, brokenDownTimesAreThoseOfLocaltime) {
     });
 }
 
-// A zone's file, in the first version of its format: an hour is added at one second.
-std::string zoneFile(uint32_t change) {
+// A zone's file, in the first version of its format: from one second on so many seconds are added,
+// and the zone has the other name, or still the first.
+std::string zoneFile(uint32_t change, uint32_t added = 3600, char isSummer = 0, char nameAt = 4) {
     std::string file = "TZif" + std::string(16, '\0');
     const auto put = [&](uint32_t value) {
         for (int shift = 24; shift >= 0; shift -= 8)
@@ -483,8 +501,8 @@ std::string zoneFile(uint32_t change) {
     file += '\1'; // the kind from then on
     put(0);
     file += std::string("\0\0", 2);
-    put(3600);
-    file += std::string("\0\4", 2);
+    put(added);
+    file += {isSummer, nameAt};
     return file + std::string("AAA\0BBB\0", 8);
 }
 
@@ -519,6 +537,30 @@ TEST(ParseCmpLg, everySecondAroundAChangeIsThatOfLocaltime) {
         const time_t changed = 1000000017;
         EXPECT_EQ(shownTime(*localtime(&changed)), "57 46 2 9 8 101 0 251 0 3600 BBB");
     });
+}
+
+// Each changes, within a minute, the second, the day, the month, the year, or alone whether it is
+// summer time, and the name.
+TEST(ParseCmpLg, changeOfAnyPartWithinAMinuteIsThatOfLocaltime) {
+    constexpr uint32_t DAY = 86400;
+    const struct {
+        uint32_t added;
+        char isSummer, nameAt;
+        const char *atTheChange;
+    } rows[] = {{30, 0, 4, "27 47 1 9 8 101 0 251 0 30 BBB"},
+                {DAY, 0, 4, "57 46 1 10 8 101 1 252 0 86400 BBB"},
+                {30 * DAY, 0, 4, "57 46 1 9 9 101 2 281 0 2592000 BBB"},
+                {365 * DAY, 0, 4, "57 46 1 9 8 102 1 251 0 31536000 BBB"},
+                {0, 1, 0, "57 46 1 9 8 101 0 251 1 0 AAA"},
+                {0, 0, 4, "57 46 1 9 8 101 0 251 0 0 BBB"}};
+    for (const auto &row : rows)
+        expectChildPasses([&] {
+            const TempDir dir;
+            const std::string file = zoneFile(1000000017, row.added, row.isSummer, row.nameAt);
+            expectLocaltimeAround(":" + dir.write("zone", file), 1000000017);
+            const time_t changed = 1000000017;
+            EXPECT_EQ(shownTime(*localtime(&changed)), row.atTheChange);
+        });
 }
 
 } // namespace
