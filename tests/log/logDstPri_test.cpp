@@ -225,6 +225,27 @@ TEST(LogMsg, outsideTheTableIsNotLogged) {
     EXPECT_EQ(shown, "");
 }
 
+char *vlogMsgOf(int32_t number, ...) {
+    va_list args;
+    va_start(args, number);
+    char *const body = vlogMsg(number, "a", 7, args);
+    va_end(args);
+    return body;
+}
+
+TEST(LogMsg, listVariantIsRoutedByItsRowAndNotOutsideTheTable) {
+    const Segment segment(13, rowsWith(13, 12, {3, 0xABCD1235}));
+    withClient([&](ClientRoot &root) {
+        segment.name();
+        EXPECT_STREQ(vlogMsgOf(PLAIN), "12 \x1C"
+                                       "35F000000tst a:7");
+        EXPECT_EQ(root.received(), routed("ABCD1235", "3"));
+        for (int number : {13, -1, INT32_MIN, INT32_MAX})
+            EXPECT_EQ(vlogMsgOf(number), nullptr) << number;
+        EXPECT_EQ(root.received(), "");
+    });
+}
+
 TEST(LogMsg, rowBeyondTheSegmentIsNotLogged) {
     const Segment segment(INT32_MAX, rowsWith(12, 0, {}));
     withClient([&](ClientRoot &root) {

@@ -17,6 +17,30 @@ namespace {
 
 /* ---- records ---- */
 
+char *vlogEventOf(int32_t number, ...) {
+    va_list args;
+    va_start(args, number);
+    char *const body = vlogEvent(number, 1, 2, "a", 7, args);
+    va_end(args);
+    return body;
+}
+
+char *vfmtEventOf(int32_t number, ...) {
+    va_list args;
+    va_start(args, number);
+    char *const record = vfmtEvent(number, 0x11, 2, "a", 7, args);
+    va_end(args);
+    return record;
+}
+
+char *vlogMsgOf(int32_t number, ...) {
+    va_list args;
+    va_start(args, number);
+    char *const body = vlogMsg(number, "a", 7, args);
+    va_end(args);
+    return body;
+}
+
 TEST(LogEvent, recordTravelsAsOneFrame) {
     withClient([](ClientRoot &root) {
         EXPECT_STREQ(logEvent(PLAIN, 1, 0, "a", 7), "12 \x1C"
@@ -88,7 +112,9 @@ TEST(LogEvent, numberOutsideTheFormatsIsNone) {
         for (int number : {MESSAGES, -1, INT32_MAX, INT32_MIN}) {
             errno = 77;
             EXPECT_EQ(logEvent(number, 3, 0, "a", 7), nullptr) << number;
+            EXPECT_EQ(vlogEventOf(number), nullptr);
             EXPECT_EQ(fmtEvent(number, 1, 0, "a", 7), nullptr);
+            EXPECT_EQ(vfmtEventOf(number), nullptr);
             EXPECT_EQ(getCmpFmt(number), nullptr);
             EXPECT_EQ(errno, 77);
         }
@@ -181,30 +207,6 @@ TEST(LogEvent, longRecordHasTheLongFrameHeader) {
             EXPECT_EQ(root.received(), header + record);
         }
     });
-}
-
-char *vlogEventOf(int32_t number, ...) {
-    va_list args;
-    va_start(args, number);
-    char *const body = vlogEvent(number, 1, 2, "a", 7, args);
-    va_end(args);
-    return body;
-}
-
-char *vfmtEventOf(int32_t number, ...) {
-    va_list args;
-    va_start(args, number);
-    char *const record = vfmtEvent(number, 0x11, 2, "a", 7, args);
-    va_end(args);
-    return record;
-}
-
-char *vlogMsgOf(int32_t number, ...) {
-    va_list args;
-    va_start(args, number);
-    char *const body = vlogMsg(number, "a", 7, args);
-    va_end(args);
-    return body;
 }
 
 TEST(LogEvent, listVariantsDoTheSame) {
@@ -818,6 +820,22 @@ TEST(Expansion, destinationThreeShowsAndSends) {
     EXPECT_EQ(shown, "*C[tst f.c:40] line 5 says x y.  [tst f.c:41] line 6 says .");
 }
 
+TEST(Expansion, listOfAMessageIsShownAsItsArgumentsAre) {
+    const std::string shown = withClient([](ClientRoot &root) {
+        writeTexts(root);
+        setenv("LOGFORMAT", "%M.", 1);
+        EXPECT_NE(vlogMsgOf(NUMBER_TEXT, 4, "x"), nullptr); // with the report of the missing table
+        root.received();
+        _destination = 2;
+        EXPECT_NE(vlogMsgOf(NUMBER_TEXT, 5, "x y"), nullptr);
+        EXPECT_EQ(root.received(), "");
+        _destination = 1;
+        root.closeReader();
+        EXPECT_EQ(vlogMsgOf(NUMBER_TEXT, 6, "z"), nullptr) << "not sent";
+    });
+    EXPECT_EQ(shown, "line 5 says x y.");
+}
+
 TEST(Expansion, messageWithoutTextIsSentWithoutBeingShown) {
     const std::string shown = withClient([](ClientRoot &root) {
         EXPECT_NE(logEvent(NUMBER_TEXT, 3, 4, "f.c", 40, 5, "x"), nullptr);
@@ -876,6 +894,77 @@ TEST(ExhaustedMemory, recordThatCannotBeBuiltIsNone) {
                                           "05F000000tst a:7"));
     });
 }
+
+// A call, and what stands before and behind the process's name in what it gives.
+struct Building {
+    const char *name;
+    char *(*build)(const char *text);
+    const char *before, *behind;
+};
+
+const Building buildings[] = {
+    {"fmtEvent", [](const char *text) { return fmtEvent(NUMBER_TEXT, 1, 0, "a", 7, 1, text); },
+     "0000000113 \x1C"
+     "05F000000",
+     " a:7\x1C"
+     "1\x1C"},
+    {"vfmtEvent", [](const char *text) { return vfmtEventOf(NUMBER_TEXT, 1, text); },
+     "0000001113 \x1C"
+     "25F000000",
+     " a:7\x1C"
+     "1\x1C"},
+    {"logEvent", [](const char *text) { return logEvent(NUMBER_TEXT, 1, 0, "a", 7, 1, text); },
+     "13 \x1C"
+     "05F000000",
+     " a:7\x1C"
+     "1\x1C"},
+    {"vlogEvent", [](const char *text) { return vlogEventOf(NUMBER_TEXT, 1, text); },
+     "13 \x1C"
+     "25F000000",
+     " a:7\x1C"
+     "1\x1C"},
+    {"logMsg", [](const char *text) { return logMsg(NUMBER_TEXT, "a", 7, 1, text); },
+     "13 \x1C"
+     "05F000000",
+     " a:7\x1C"
+     "1\x1C"},
+    {"vlogMsg", [](const char *text) { return vlogMsgOf(NUMBER_TEXT, 1, text); },
+     "13 \x1C"
+     "05F000000",
+     " a:7\x1C"
+     "1\x1C"},
+};
+
+class Buildings : public testing::TestWithParam<Building> {};
+
+// Each call comes one allocation further, since what was allocated stays.
+TEST_P(Buildings, giveTheWholeRecordOrNone) {
+    withClient([](ClientRoot &root) {
+        const std::string name(300, 'n'), text(3000, 't');
+        setLogProcName(name.c_str());
+        const std::string whole = GetParam().before + name + GetParam().behind + text + "\x1D";
+        int failures = 0;
+        for (int granted : {0, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 9, 0}) {
+            char *made;
+            {
+                const FailingAlloc few(granted);
+                made = GetParam().build(text.c_str());
+            }
+            failures += made == nullptr ? 1 : 0;
+            if (made != nullptr) {
+                EXPECT_EQ(made, whole) << granted;
+            }
+            root.received();
+        }
+        EXPECT_GE(failures, 5); // two buffers with their blocks, and the room for the record
+        const char *const made = GetParam().build(text.c_str());
+        ASSERT_NE(made, nullptr);
+        EXPECT_EQ(made, whole);
+    });
+}
+
+INSTANTIATE_TEST_SUITE_P(ExhaustedMemory, Buildings, testing::ValuesIn(buildings),
+                         [](const auto &one) { return std::string(one.param.name); });
 
 TEST(ExhaustedMemory, errorWhoseTextCannotBeFormattedHasAnEmptyOne) {
     withClient([](ClientRoot &root) {
