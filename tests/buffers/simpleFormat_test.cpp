@@ -146,6 +146,31 @@ TEST(SimpleFormat, everyRoomThatIsTooSmallIsRefused) {
     EXPECT_EQ("ab%  -42 text z FF", text);
 }
 
+// In the room that a buffer has; what does not fit, or is not simple, goes the general way.
+template<typename Value>
+std::string inBuffer(const char *format, Value value) {
+    CharBuffer *const buffer = mkCharBuffer(0);
+    fmtCharBuffer(buffer, "<");
+    const int32_t length = fmtCharBuffer(buffer, format, value);
+    const std::string text = buffer->text;
+    EXPECT_EQ(static_cast<size_t>(length) + 1, text.size()) << format;
+    freeCharBuffer(buffer);
+    return text;
+}
+
+TEST(SimpleFormat, buffersHoldWhatTheSystemsFormatterWrites) {
+    const char *const none = nullptr;
+    EXPECT_EQ("<  007", inBuffer("%5.3d", 7));
+    EXPECT_EQ("<  007", inBuffer("%05.3d", 7));
+    EXPECT_EQ("<00007", inBuffer("%05d", 7));
+    EXPECT_EQ("<   -4", inBuffer("%5i", -4));
+    EXPECT_EQ("<  abc", inBuffer("%5s", "abc"));
+    EXPECT_EQ("<  abc", inBuffer("%5ls", L"abc"));
+    EXPECT_EQ("<  (null)", inBuffer("%8s", none));
+    EXPECT_EQ("<" + std::string(197, ' ') + "abc", inBuffer("%200s", "abc"));
+    EXPECT_EQ("<" + std::string(124, ' ') + "abc", inBuffer("%127s", "abc"));
+}
+
 // One list serves several formats in turn, each going on where the one before stopped.
 static std::string inTurn(const char *first, const char *second, ...) {
     char text[64];

@@ -13,6 +13,7 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <grp.h>
@@ -867,6 +868,28 @@ TEST(Clipboard, exhaustedMemoryLoadsAllOrNothing) {
     EXPECT_LT(failures, ALLOCATIONS);
 }
 
+TEST(Clipboard, simpleLineIsLoadedWholeOrNotAtAll) {
+    Case test;
+    test.folder.write("clip", "FIRST=1\nNAME=value\n"); // the second takes a slot that is there
+    int failures = 0;
+    for (int successes = 0; successes < ALLOCATIONS; ++successes) {
+        Clipboard *clipboard = modifyClipboard(test.path.c_str());
+        uint32_t array;
+        {
+            const FailingAlloc failing(successes);
+            array = getClipboard(clipboard);
+        }
+        if (array == 0) {
+            ++failures;
+            EXPECT_NE(getClipboard(clipboard), 0U) << "the next try may succeed";
+        }
+        EXPECT_STREQ(findClipEntryValue(clipboard, "NAME"), "value") << successes;
+        closeClipboard(clipboard);
+    }
+    EXPECT_GT(failures, 2);
+    EXPECT_LT(failures, ALLOCATIONS);
+}
+
 TEST(Clipboard, exhaustedMemoryChangesAllOrNothing) {
     int failures = 0;
     for (int successes = 0; successes < ALLOCATIONS; ++successes) {
@@ -954,6 +977,38 @@ TEST(Clipboard, fileThatCannotBeReadIsNotLoaded) {
     close(unreadable);
     EXPECT_NE(getClipboard(clipboard), 0U);
     EXPECT_STREQ(findClipEntryValue(clipboard, "A"), "1");
+    closeClipboard(clipboard);
+}
+
+// A file whose reading fails once, in its second line, and then comes to its end.
+FILE *failingStream() {
+    static int reads;
+    reads = 0;
+    const cookie_io_functions_t functions = {[](void *, char *buffer, size_t) -> ssize_t {
+                                                 if (++reads == 1) {
+                                                     memcpy(buffer, "A=1\nB=2", 7);
+                                                     return 7;
+                                                 }
+                                                 errno = EIO;
+                                                 return reads == 2 ? -1 : 0;
+                                             },
+                                             nullptr, nullptr, nullptr};
+    return fopencookie(nullptr, "r", functions);
+}
+
+TEST(Clipboard, fileWhoseReadingFailedBeforeItsEndIsNotLoaded) {
+    Case test;
+    test.folder.write("clip", "A=1\nB=2\n");
+    Clipboard *clipboard = modifyClipboard(test.path.c_str());
+    FILE *const own = clipboard->stream;
+    FILE *const failing = clipboard->stream = failingStream();
+    EXPECT_EQ(getClipboard(clipboard), 0U);
+    EXPECT_NE(ferror(failing), 0);
+    EXPECT_NE(feof(failing), 0);
+    fclose(failing);
+    clipboard->stream = own;
+    EXPECT_NE(getClipboard(clipboard), 0U);
+    EXPECT_STREQ(findClipEntryValue(clipboard, "B"), "2");
     closeClipboard(clipboard);
 }
 

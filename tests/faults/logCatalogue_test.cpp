@@ -43,7 +43,8 @@ struct Catalogue {
         mkdir(head().c_str(), 0700);
         root.write("head/systemLog.h", "#define _SYSMSG_START 0\n#define _NETMSG_START 1\n"
                                        "#define __MAX_LOGMSG 20\n");
-        root.write("head/logNET.h", "#define NET_DOWN logNET(1)\n#define NET_UP logNET(2)\n");
+        root.write("head/logNET.h",
+                   "#define NET_DOWN logNET(1)\n#define NET_UP logNET(2)"); // no line feed
         root.write("head/logSYS.h", "#define SYS_OK logSYS(1)\n");
         setenv("LOGROOT", root.path().c_str(), 1);
     }

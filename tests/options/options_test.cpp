@@ -800,7 +800,7 @@ TEST(ProcessOptions, rowRenamedThroughAnotherOnesDestinationIsFound) {
 }
 
 TEST(ProcessOptions, rowWhoseNameADefaultTurnsToUpperCaseIsFound) {
-    int32_t number = 0, flag = 0;
+    static int32_t number, flag; // far from the table: a destination in it is another matter
     char old[] = "OLD", switchName[] = "FLAG", shared[] = "yes";
     OptionEntry table[] = {{old, nullptr, optInteger, &number},
                            {switchName, shared, optBool, &flag},
