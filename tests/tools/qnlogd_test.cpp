@@ -209,14 +209,21 @@ class Flood {
         }
     }
     ~Flood() {
-        over_ = true;
-        for (std::thread &each : clients_)
-            each.join();
+        finish();
         signal(SIGPIPE, SIG_DFL);
     }
     Flood(const Flood &) = delete;
     Flood &operator=(const Flood &) = delete;
+    // So far; a record may be in the pipe already and not be counted yet.
     size_t written() const { return written_; }
+    // Ends it. How much was written.
+    size_t finish() {
+        over_ = true;
+        for (std::thread &each : clients_)
+            each.join();
+        clients_.clear();
+        return written_;
+    }
 
   private:
     std::atomic<bool> over_ = false;
@@ -293,7 +300,7 @@ TEST_F(Daemon, whatIsSentWhileItEndsIsWritten) {
         start();
         size_t sent = 0;
         {
-            const Flood flood(pipe);
+            Flood flood(pipe);
             ASSERT_TRUE(await([&] { return flood.written() > 2000; }));
             kill(tool->pid(), SIGTERM);
             const bool ended = await([&] { return !tool->running(); }, 20);
@@ -304,6 +311,7 @@ TEST_F(Daemon, whatIsSentWhileItEndsIsWritten) {
                 const size_t before = std::exchange(sent, flood.written());
                 return before == sent;
             });
+            sent = flood.finish();
         }
         const std::string text = fileText(file);
         EXPECT_EQ(sent, static_cast<size_t>(std::count(text.begin(), text.end(), '\n')));
