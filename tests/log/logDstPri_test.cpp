@@ -261,6 +261,8 @@ TEST(LogMsg, inTheTableButWithoutFormatIsNotLogged) {
     withClient([&](ClientRoot &root) {
         segment.name();
         EXPECT_EQ(logMsg(MESSAGES, "a", 7), nullptr);
+        EXPECT_EQ(vlogMsgOf(MESSAGES), nullptr);
+        EXPECT_EQ(root.received(), "");
         EXPECT_NE(logMsg(MESSAGES - 1, "a", 7), nullptr);
         EXPECT_NE(root.received(), "");
     });

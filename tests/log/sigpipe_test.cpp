@@ -199,7 +199,7 @@ TEST_P(Sigpipe, maskOfTheLoggingThreadIsItsOwn) {
     });
 }
 
-INSTANTIATE_TEST_SUITE_P(Kernel, Sigpipe, testing::Values(0, EOPNOTSUPP, ENOSYS, EPERM),
+INSTANTIATE_TEST_SUITE_P(Kernel, Sigpipe, testing::Values(0, EOPNOTSUPP, ENOSYS, EPERM, EACCES),
                          [](const testing::TestParamInfo<int> &each) {
                              return each.param == 0 ? "own"s
                                                     : std::string(strerrorname_np(each.param));
