@@ -613,6 +613,19 @@ static OptionEntry *findRow(Rows &rows, const char *name) {
     return findFrom(rows.table + rows.marked, name);
 }
 
+// Whether the place lies in a row that may have a mark, or in the one that ends them.
+static bool isInTable(const Rows &rows, const void *place) {
+    const size_t row =
+        (reinterpret_cast<uintptr_t>(place) - reinterpret_cast<uintptr_t>(rows.table)) /
+        sizeof(OptionEntry);
+    size_t each = 0;
+    if (row >= sizeof rows.marks)
+        return false;
+    while (each < row && rows.table[each].name != nullptr)
+        ++each;
+    return each == row;
+}
+
 // The library's own handlers leave the rows' names alone, unless they store into the table, or turn
 // a default to upper case that is a name too.
 static bool mayChangeNames(const Rows &rows, const OptionEntry &entry, const char *value) {
@@ -620,11 +633,9 @@ static bool mayChangeNames(const Rows &rows, const OptionEntry &entry, const cha
         return false;
     if (entry.handler == optBool && value == nullptr)
         return true;
-    const auto place = reinterpret_cast<uintptr_t>(entry.destination);
-    const auto table = reinterpret_cast<uintptr_t>(rows.table);
-    const bool inTable = place - table < sizeof rows.marks * sizeof(OptionEntry);
-    return inTable ||
-           (entry.handler != optInteger && entry.handler != optBool && entry.handler != optStr);
+    if (entry.handler != optInteger && entry.handler != optBool && entry.handler != optStr)
+        return true;
+    return rows.table != nullptr && isInTable(rows, entry.destination);
 }
 
 static void apply(Rows &rows, OptionEntry *entry, char *name, char *value) {
