@@ -52,9 +52,9 @@ static bool isSameMinute(const struct tm &a, const struct tm &b) {
 }
 
 // The last second up to which time runs as it does in this one: that of its minute, where both read
-// alike. No zone that is in use changes twice within a minute. Rules behind a comma in TZ can be made
-// up, so their seconds are kept one by one; a compiled zone file that somebody made up is not known
-// from a real one, and would show the minute as it began.
+// alike. No zone that is in use changes twice within a minute. Rules behind a comma in TZ can be
+// made up, so their seconds are kept one by one; a compiled zone file that somebody made up is not
+// known from a real one, and would show the minute as it began.
 static int32_t lastAlike(int32_t seconds, const char *zone, const struct tm &tm) {
     const int64_t last = int64_t{seconds} + LAST_OF_MINUTE - tm.tm_sec;
     if (last <= seconds || last > INT32_MAX || (zone != nullptr && strchr(zone, ',') != nullptr))

@@ -192,8 +192,7 @@ TEST_F(Compiled, secondRunReplacesNothing) {
     const auto before = fs::last_write_time(dir.file("root/head/logNET.h"));
     const ToolResult result =
         runTool(PROGRAM, {"--log-root", dir.file("root"), GOLDEN + "/small.toml"});
-    EXPECT_EQ(dir.file("root") + ": 134 messages in 2 classes, 0 of 8 files written\n",
-              result.out);
+    EXPECT_EQ(dir.file("root") + ": 134 messages in 2 classes, 0 of 8 files written\n", result.out);
     EXPECT_EQ(before, fs::last_write_time(dir.file("root/head/logNET.h")));
 }
 
