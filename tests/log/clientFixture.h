@@ -13,6 +13,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cstdarg>
 #include <cstdlib>
 #include <ctime>
 #include <fcntl.h>
@@ -179,5 +180,14 @@ class Segment {
     int id_;
     LogDstPriTable *table_;
 };
+
+// vlogMsg, with a list of its own.
+inline char *vlogMsgOf(int32_t number, ...) {
+    va_list args;
+    va_start(args, number);
+    char *const body = vlogMsg(number, "a", 7, args);
+    va_end(args);
+    return body;
+}
 
 #endif

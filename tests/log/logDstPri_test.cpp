@@ -225,14 +225,6 @@ TEST(LogMsg, outsideTheTableIsNotLogged) {
     EXPECT_EQ(shown, "");
 }
 
-char *vlogMsgOf(int32_t number, ...) {
-    va_list args;
-    va_start(args, number);
-    char *const body = vlogMsg(number, "a", 7, args);
-    va_end(args);
-    return body;
-}
-
 TEST(LogMsg, listVariantIsRoutedByItsRowAndNotOutsideTheTable) {
     const Segment segment(13, rowsWith(13, 12, {3, 0xABCD1235}));
     withClient([&](ClientRoot &root) {

@@ -33,14 +33,6 @@ char *vfmtEventOf(int32_t number, ...) {
     return record;
 }
 
-char *vlogMsgOf(int32_t number, ...) {
-    va_list args;
-    va_start(args, number);
-    char *const body = vlogMsg(number, "a", 7, args);
-    va_end(args);
-    return body;
-}
-
 TEST(LogEvent, recordTravelsAsOneFrame) {
     withClient([](ClientRoot &root) {
         EXPECT_STREQ(logEvent(PLAIN, 1, 0, "a", 7), "12 \x1C"
